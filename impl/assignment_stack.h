@@ -186,6 +186,9 @@ class assignment_stack : private no_copy {
 
   [[noreturn]] static void throw_out_of_range(const char* name);
   void record_value(unsigned int var);
+  // Gives the entry's variable back the domain and chain head from before the
+  // entry, with the matching heap move and value saving.
+  void restore_entry(const variable_modification_entry& entry);
   void heap_swap(unsigned int i, unsigned int j);
 
   std::vector<variable_state> m_variables;

@@ -33,8 +33,8 @@ unsigned count_ranges_of_one(unsigned int word);
 
 class small_iset {
  public:
-  static const int MIN_DOMAIN = 0;
-  static const int MAX_DOMAIN = 31;
+  static constexpr int MIN_DOMAIN = 0;
+  static constexpr int MAX_DOMAIN = 31;
   typedef int value_type;
   typedef unsigned int size_type;
   typedef std::pair<int, int> value_range_type;  // inclusive interval
@@ -43,8 +43,8 @@ class small_iset {
   // iterator over an empty set does not matter: it equals end().
   class iterator {
    public:
-    static const bool CHECKS_BOUNDS = true;
-    static const bool INVALIDATED_BY_ERASE = false;
+    static constexpr bool CHECKS_BOUNDS = true;
+    static constexpr bool INVALIDATED_BY_ERASE = false;
 
     iterator() : m_set(nullptr), m_pos(32) {}
     iterator(const small_iset* set, unsigned pos) : m_set(set), m_pos(pos) {}
@@ -64,6 +64,7 @@ class small_iset {
     bool operator!=(const iterator& other) const { return !(*this == other); }
 
     // The run of consecutive members starting at the position: (position, last of run).
+    // The position is expected to be a member (not one erased since).
     value_range_type current_range() const;
     // Moves to the first member after the current run.
     iterator& advance_range();
@@ -221,6 +222,11 @@ class iset : public small_iset {
   static iset clipped_range(long long lo, long long hi) {
     return iset(small_iset::clipped_range(lo, hi));
   }
+  // The word operations again, so that they keep the type.
+  iset operator&(const small_iset& o) const { return iset(small_iset::operator&(o)); }
+  iset operator|(const small_iset& o) const { return iset(small_iset::operator|(o)); }
+  iset operator-(const small_iset& o) const { return iset(small_iset::operator-(o)); }
+  iset operator~() const { return iset(small_iset::operator~()); }
 };
 
 }  // namespace small_model

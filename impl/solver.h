@@ -232,6 +232,8 @@ class solver : private solver_types, private no_copy, private watch_types {
 
  private:
   friend class constraint_connectivity_info;
+  // Test hook: lets the unit tests drive the search loop step by step.
+  friend struct solver_test_access;
 
   // ---- search loop (solver.cpp) ------------------------------------------------
   void validate_flags_consistency() const;
@@ -258,6 +260,7 @@ class solver : private solver_types, private no_copy, private watch_types {
   bool propagate_dirty_learned_constraint(constraint_run_level& entry);
   void report_last_propagation(propagation_types::result_type result, bool forced) const;
   void clear_event_heap();
+  void notify_level_changes(unsigned int var);
 
   // ---- learned-constraint store -------------------------------------------------
   void remove_unused_conflict_constraints_maybe();

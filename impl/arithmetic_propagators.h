@@ -1,0 +1,217 @@
+// Propagators that sum their parameters:
+//
+//   greater_equal_sum_propagator     r >= x1 + ... + xn          (bounds)
+//   less_equal_sum_propagator        r <= x1 + ... + xn          (bounds)
+//   linear_combination_ge_propagator c1*x1 + ... + cn*xn >= constant (bounds)
+//   sum_mod_propagator               all xi < mod, (x1 + ... + xn) mod mod = result
+//   sum_wrap_propagator              r = (x1 + ... + xn) mod 32   (whole sets)
+//   sum_truncate_propagator          r = x + y, no wrapping       (whole sets)
+//   neg_propagator                   r = -x mod 32                (whole sets)
+//
+// The bounds propagators reach their fixed point in one pass and allocate nothing;
+// the set propagators run on the word arithmetic of impl/propagation.h.
+#ifndef ZELK_IMPL_ARITHMETIC_PROPAGATORS_H
+#define ZELK_IMPL_ARITHMETIC_PROPAGATORS_H
+
+#include <iosfwd>
+#include <memory>
+#include <vector>
+
+#include "impl/constraint_propagator.h"
+#include "impl/constraint_runtime_info.h"
+#include "impl/int128.h"
+#include "impl/small_iset.h"
+
+namespace zelk {
+
+// Helpers of the propagators that wrap or clip their results to 0..31.
+class arithmetic_propagation_types {
+ public:
+  // x modulo 32, the remainder truncated towards zero (negative x stay negative).
+  static long long wrap(long long x) { return x % 32; }
+  static long long saturate(long long x) { return x < 0 ? 0 : x > 31 ? 31 : x; }
+  // Intersects set with lo..hi taken modulo 32; a range of 32 values or more
+  // (hi - lo >= 31) leaves set alone.
+  static void intersect_wrapped(small_model::iset& set, long long lo, long long hi);
+  // Intersects set with max(lo, 0)..min(hi, 31); an empty range leaves set alone.
+  static void intersect_truncated(small_model::iset& set, long long lo, long long hi);
+};
+
+// r >= x1 + ... + xn; parameters (r, x1, ..., xn).
+class greater_equal_sum_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return ANY_NUMBER_OF_PARAMS; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  // r - x1 - ... - xn >= 0 with the singletons folded in; null without singletons.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+};
+
+// r <= x1 + ... + xn; parameters (r, x1, ..., xn).
+class less_equal_sum_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return ANY_NUMBER_OF_PARAMS; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+};
+
+// sum of coefficients[i] * xi >= constant; one parameter per coefficient.
+//
+// Slack = sum of the best bounds (max for c > 0, min for c < 0) less the constant.
+// Filtering moves only the worse bound of each parameter, which the slack does
+// not read, so one pass reaches the fixed point. With every |c| within
+// 2147483647 / n no sum leaves 64 bits; init decides, and larger coefficients
+// take the same algorithm in 128 bits.
+class linear_combination_ge_propagator : public constraint_propagator {
+ public:
+  linear_combination_ge_propagator(int constant, std::vector<int> coefficients)
+      : m_constant(constant), m_coefficients(std::move(coefficients)) {}
+
+  unsigned int count_params() const override { return unsigned(m_coefficients.size()); }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  // The bound explanation, whatever literal and after are: every other parameter
+  // beyond its best bound, or the pivot at or beyond the bound this implies.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+
+  // The propagation in the width T (long long or int128).
+  template <class T>
+  [[nodiscard]] result_type const_propagate(constraint_runtime_info& info) const;
+  // Narrows param given the slack of the whole constraint.
+  template <class T>
+  void propagate_to_argument(constraint_runtime_info& info, unsigned int param,
+                             const T& slack) const;
+
+  // ---- simplification (intersect_with) -----------------------------------
+  // Folds singletons and zero coefficients into constant. Returns the number of
+  // parameters left; new_coefficients and kept stay empty when nothing folded.
+  unsigned int compact_coefficients(const constraint_runtime_info& info,
+                                    std::vector<int>& new_coefficients, long long& constant,
+                                    std::vector<unsigned int>& kept) const;
+  // Divides the coefficients (new_coefficients, or this constraint's own when
+  // that is empty) by their gcd, rounding the constant up.
+  void normalize_coefficients(unsigned int n, std::vector<int>& new_coefficients,
+                              long long& constant, std::vector<unsigned int>& kept) const;
+  std::unique_ptr<constraint_propagator> new_empty_sum(long long constant,
+                                                       std::vector<unsigned int>& kept) const;
+  std::unique_ptr<constraint_propagator> new_unary_sum(const std::vector<int>& coefficients,
+                                                       long long constant,
+                                                       std::vector<unsigned int>& kept) const;
+  std::unique_ptr<constraint_propagator> new_binary_sum(const std::vector<int>& coefficients,
+                                                        long long constant,
+                                                        std::vector<unsigned int>& kept) const;
+  std::unique_ptr<constraint_propagator> new_nary_sum(const std::vector<int>& coefficients,
+                                                      long long constant,
+                                                      std::vector<unsigned int>& kept) const;
+  // lo..hi clamped to 0..31; empty when hi < lo.
+  static small_model::iset make_range(long long lo, long long hi) {
+    return small_model::iset::clipped_range(lo, hi);
+  }
+
+  int constant() const { return m_constant; }
+  const std::vector<int>& coefficients() const { return m_coefficients; }
+  bool small_coefficients() const { return m_small_coefficients; }
+
+ private:
+  int m_constant;
+  std::vector<int> m_coefficients;
+  // Set by init: every coefficient is small enough for the 64-bit path.
+  bool m_small_coefficients = false;
+};
+
+// Every xi lies in 0..mod-1 and (x1 + ... + xn) mod mod = result; with mod 2 the
+// parity (xor) constraint. Waits until one parameter is left open, then fixes it.
+class sum_mod_propagator : public constraint_propagator {
+ public:
+  // Raises std::out_of_range unless mod is positive.
+  sum_mod_propagator(int mod, int result);
+
+  unsigned int count_params() const override { return ANY_NUMBER_OF_PARAMS; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  // The sum over the open parameters, the singletons moved into the result; null
+  // when no parameter is a singleton.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+
+  // Cuts every domain to 0..mod-1; false if one is or becomes empty.
+  [[nodiscard]] bool restrict_to_mod(constraint_runtime_info& info) const;
+
+  int mod() const { return m_mod; }
+  int result() const { return m_result; }
+
+ private:
+  int m_mod;
+  int m_result;
+};
+
+// r = (x1 + ... + xn) mod 32; parameters (r, x1, ..., xn). Domain consistent: one
+// pass down a chain of partial sums and back up.
+class sum_wrap_propagator : public tight1_constraint_propagator,
+                            private arithmetic_propagation_types {
+ public:
+  unsigned int count_params() const override { return ANY_NUMBER_OF_PARAMS; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // Narrows sums, the possible values of x1 + ... + xk, and writes x1..xk.
+  // False when no sum is left.
+  [[nodiscard]] static bool propagate(constraint_runtime_info& info, small_model::iset& sums,
+                                      unsigned int k);
+};
+
+// r = x + y without wrapping; parameters (r, x, y).
+class sum_truncate_propagator : public tight1_constraint_propagator,
+                                private arithmetic_propagation_types {
+ public:
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // Bounds and set sums until nothing changes or a set is empty.
+  static void propagate(small_model::iset& r, small_model::iset& x, small_model::iset& y);
+  static void propagate_bounds(small_model::iset& r, small_model::iset& x, small_model::iset& y);
+};
+
+// r = -x mod 32; parameters (r, x).
+class neg_propagator : public constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 2; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+};
+
+}  // namespace zelk
+
+#endif

@@ -1,0 +1,923 @@
+// The solver object: model building, the main search loop, propagation
+// scheduling, the decision heuristic's choice, the objective loop and the
+// learned-constraint store. Conflict analysis lives in the second half.
+//
+// Entry point: solve(). It runs solve_current_constraints (plain search, each
+// round of the enumeration of all solutions, each round of the optimisation
+// loop), which runs solve_impl, the one main loop.
+#include "impl/solver.h"
+
+#include <algorithm>
+#include <cassert>
+#include <iostream>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include "impl/clause_propagator.h"
+#include "impl/conflict_constraint_dependency.h"
+#include "impl/constraint_aged_info.h"
+#include "impl/proof_collector.h"
+#include "impl/timer.h"
+
+namespace zelk {
+
+std::ostream& operator<<(std::ostream& os, solver::result_type result) {
+  switch (result) {
+    case solver::SAT: return os << "SAT";
+    case solver::UNSAT: return os << "UNSAT";
+    case solver::BACKTRACK_LIMIT: return os << "BACKTRACK_LIMIT";
+    case solver::TIMEOUT: return os << "TIMEOUT";
+    case solver::MEMOUT: return os << "MEMOUT";
+    case solver::SAT_DONE: return os << "SAT_DONE";
+    case solver::OPTIMAL: return os << "OPTIMAL";
+  }
+  return os;
+}
+
+//==== construction ===========================================================
+
+solver::solver()
+    : m_proof_collector(std::make_unique<proof_collector_dummy>()),
+      m_event_heap(variable_event::comparator(m_stack)),
+      m_proof_stream(&std::cout) {
+  m_level_backtracks.push_back(0);
+}
+
+solver::~solver() {
+  m_connectivity.clear();
+  while (!m_propagators.empty()) m_propagators.pop_back();
+}
+
+//==== output the formats may override ==========================================
+
+void solver::print_solution(std::ostream& out) const {
+  std::cout << comment_prefix << " ";
+  const unsigned int n = std::min(reported_variable_count, num_variables());
+  for (unsigned int v = 0; v < n; ++v) {
+    m_stack.print_var_name(out, v);
+    out << "=" << m_stack.domain(v) << ", ";
+  }
+  out << "\nv ";
+  for (unsigned int v = 0; v < n; ++v) out << m_stack.domain(v) << " ";
+  out << std::endl;
+}
+
+int solver::evaluate_objective() const { return m_stack.domain(unsigned(objective_variable)).max(); }
+
+//==== model building ===========================================================
+
+unsigned int solver::add_var(small_model::iset domain, const char* name, bool is_constant) {
+  return m_stack.add_var(domain, name, is_constant);
+}
+
+unsigned int solver::singleton_var(int value) { return m_stack.singleton_var(value); }
+
+constraint_connectivity_info& solver::add_constraint(
+    std::unique_ptr<constraint_propagator> propagator) {
+  m_connectivity.emplace_back(this, unsigned(m_propagators.size()));
+  try {
+    m_propagators.push_back(std::move(propagator));
+  } catch (...) {
+    m_connectivity.pop_back();
+    throw;
+  }
+  return m_connectivity.back();
+}
+
+void solver::set_var_domain(unsigned int var, small_model::iset domain, int cause) {
+  if (!m_searching)
+    m_stack.set_var_initial_domain(var, domain);
+  else
+    m_stack.set_var_domain(var, domain, m_time, cause);
+}
+
+solver::label_type solver::variable_labels(unsigned int var) const {
+  return m_stack.variable_labels(var);
+}
+
+solver::label_type solver::variable_labels(unsigned int var, label_type label) {
+  return m_stack.variable_labels(var, label);
+}
+
+solver::label_type solver::constraint_labels(unsigned int constraint) const {
+  return m_connectivity.at(constraint).labels();
+}
+
+solver::label_type solver::constraint_labels(unsigned int constraint, label_type label) {
+  const label_type old = m_connectivity.at(constraint).labels();
+  m_connectivity[constraint].set_labels(label);
+  return old;
+}
+
+std::vector<solver::label_type> solver::variables_touched_by_labels() const {
+  std::vector<label_type> result(num_variables());
+  for (unsigned int v = 0; v < result.size(); ++v) result[v] = m_stack.variable_labels(v);
+  for (const constraint_connectivity_info& info : m_connectivity)
+    for (unsigned int v : info.params()) result[v] |= info.labels();
+  return result;
+}
+
+void solver::get_constraint_variables(unsigned int constraint,
+                                      std::vector<unsigned int>& out) const {
+  out = m_connectivity.at(constraint).params();
+}
+
+void solver::print_constraint(std::ostream& os, unsigned int constraint) const {
+  m_propagators.at(constraint)->print(os, &m_connectivity[constraint]);
+}
+
+bool solver::is_clause(unsigned int constraint) const {
+  return constraint < m_propagators.size() &&
+         dynamic_cast<const clause_propagator*>(m_propagators[constraint].get()) != nullptr;
+}
+
+const std::vector<small_model::iset>& solver::clause_literals(unsigned int constraint) const {
+  return dynamic_cast<const clause_propagator&>(*m_propagators.at(constraint)).literals();
+}
+
+bool solver::want_proof() const { return m_proof_collector->want_proof(); }
+
+void solver::produce_proof(bool) {
+  m_proof_collector = std::make_unique<proof_collector_dummy>();
+}
+
+void solver::print_recent_proof(std::ostream& os) const { m_proof_collector->print_proof(os); }
+
+void solver::show_self() const {
+  for (unsigned int v = 0; v < num_variables(); ++v) {
+    std::cout << v << ": ";
+    m_stack.print_var_name(std::cout, v);
+    std::cout << "=" << m_stack.domain(v) << "\n";
+  }
+}
+
+void solver::reset() { m_stack.clear(); }
+
+bool solver::has_empty_domains() const {
+  for (unsigned int v = 0; v < num_variables(); ++v)
+    if (m_stack.domain(v).empty()) return true;
+  return false;
+}
+
+//==== running ==================================================================
+
+solver::result_type solver::solve(std::ostream* out) {
+  m_total_backtracks = 0;
+  m_restarts = 0;
+  m_assignments = 0;
+  m_combines = 0;
+  m_non_fallback_combines = 0;
+  m_non_fallback_learned = 0;
+  m_fallback_used = false;
+  m_proof_stream = out ? out : &std::cout;
+  std::ostream& os = *m_proof_stream;
+
+  if (has_empty_domains()) return UNSAT;
+  if (objective_variable >= 0) return optimize();
+
+  result_type r = solve_current_constraints(false);
+  if (r == UNSAT) {
+    manage_unsat();
+    return r;
+  }
+  if (r != SAT || !all_solutions) return r;
+
+  // Enumeration: each solution is excluded by a clause over all variables.
+  os << "\n";
+  for (;;) {
+    print_solution(os);
+    const unsigned int n = num_variables();
+    std::vector<small_model::iset> literals(n);
+    for (unsigned int v = 0; v < n; ++v) literals[v] = ~m_stack.domain(v);
+    constraint_connectivity_info& info =
+        add_constraint(std::make_unique<clause_propagator>(std::move(literals)));
+    for (unsigned int v = 0; v < n; ++v) info << v;
+    m_stack.clear();
+    if (solve_current_constraints(false) != SAT) {
+      m_stack.clear();
+      return SAT_DONE;
+    }
+  }
+}
+
+void solver::validate_flags_consistency() const {
+  if (should_intersect_with_ground && want_proof())
+    throw std::runtime_error("Proofs are invalid with should_intersect_with_ground()");
+}
+
+solver::result_type solver::solve_current_constraints(bool first_of_optimization) {
+  validate_flags_consistency();
+  if (has_empty_domains()) return UNSAT;
+  m_time = 2;
+  try {
+    if (report_level > 0 && m_stack.print_singleton_variables(std::cout)) std::cout << std::endl;
+    const result_type r = solve_impl(first_of_optimization);
+    if (r != SAT) m_proof_collector->prepare_to_print();
+    return r;
+  } catch (const timeout_exception&) {
+    return TIMEOUT;
+  } catch (const std::bad_alloc&) {
+    return MEMOUT;
+  }
+}
+
+solver::result_type solver::solve_impl(bool first_of_optimization) {
+  struct searching_guard {
+    bool& flag;
+    bool saved;
+    ~searching_guard() { flag = saved; }
+  } guard{m_searching, m_searching};
+  m_searching = true;
+
+  prepare_for_solve();
+  if (!first_time_propagate_constraints()) {
+    if (want_proof()) {
+      int asserted;
+      analyze_conflict(asserted);
+    }
+    return UNSAT;
+  }
+
+  result_type result = SAT;
+  try {
+    for (;;) {
+      if (!propagate_constraints()) {
+        int asserted = -1;
+        const int level = analyze_conflict(asserted);
+        if (level < 0) {
+          result = UNSAT;
+          break;
+        }
+        const result_type r = backtrack(level, asserted);
+        if (r != SAT) {
+          result = r;
+          break;
+        }
+        if (asserted >= 0)
+          m_dirty_learned_constraints.push_back({UNINITIALIZED_LEVEL, unsigned(asserted)});
+        continue;
+      }
+      const int v = choose_free_variable();
+      if (v < 0) {
+        result = SAT;
+        break;
+      }
+      restrict_variable(unsigned(v), first_of_optimization);
+      if (report_level > 0) std::cout << "choice depth = " << m_stack.depth() << "\n";
+    }
+  } catch (...) {
+    forget_all_watches();
+    throw;
+  }
+  forget_all_watches();
+  return result;
+}
+
+void solver::prepare_for_solve() {
+  m_current_restart_threshold = restart_threshold;
+  m_last_chosen_variable = -1;
+  m_recent_conflict_variables.clear();
+  m_level_backtracks.assign(1, 0);
+  clear_event_heap();
+  m_event_marks.assign(num_variables(), event_mark());
+  m_constraint_queue.clear();
+  m_conflicts = 0;
+  m_backtracks_since_restart = 0;
+}
+
+bool solver::first_time_propagate_constraints() {
+  const unsigned int n_vars = num_variables();
+  m_event_watchers.clear();
+  m_value_watchers.clear();
+  m_event_watchers.resize(n_vars);
+  m_value_watchers.resize(n_vars);
+
+  m_stack.reset_var_costs(analysis_cost_factor);
+  m_stack.disable_var_costs_heap();
+  m_originating_queue = constraint_runtime_info::CONSTRAINT_QUEUE;
+
+  const unsigned int n = num_constraints();
+  m_first_learned = n;
+  m_dependencies = std::make_unique<conflict_constraint_dependency>(n);
+  m_dirty_learned_constraints.clear();
+  produce_proof(want_proof());
+
+  // Constraints with a higher index run in this loop anyway: only those already
+  // passed need a place in the queue.
+  unique_queue<void> pending;
+  pending.set_max_elements(n);
+  for (unsigned int c = 0; c < n; ++c) {
+    if (!m_propagators[c]) continue;
+    initial_intersect_with_ground(c);
+    const unsigned int last = m_stack.num_modifications() == 0
+                                  ? assignment_stack::NO_PREVIOUS_MODIFICATION
+                                  : m_stack.num_modifications() - 1;
+    if (!init_one_constraint(c, last, false)) return false;
+    if (!propagate_one_constraint(c, false)) return false;
+    while (!m_constraint_queue.empty()) {
+      const unsigned int q = m_constraint_queue.pop();
+      if (q <= c) pending.insert(q);
+    }
+  }
+  if (!pending.empty()) m_constraint_queue = std::move(pending);
+  if (!propagate_constraints()) return false;
+
+  for (unsigned int c = 0; c < n; ++c)
+    if (m_propagators[c]) add_constraint_cost_to_variables(c, 1.0, nullptr);
+  m_stack.enable_var_costs_heap();
+  return true;
+}
+
+void solver::initial_intersect_with_ground(unsigned int c) {
+  if (!should_intersect_with_ground) return;
+  constraint_connectivity_info& info = m_connectivity[c];
+  std::vector<unsigned int> order;
+  std::unique_ptr<constraint_propagator> simplified = m_propagators[c]->intersect_with(info, order);
+  if (!simplified) return;
+  if (report_level > 1) {
+    std::cout << "Simplifying ";
+    print_constraint(std::cout, c);
+    std::cout << " using initial domains\n";
+    for (unsigned int i = 0; i < info.arity(); ++i) {
+      if (i) std::cout << ", ";
+      info.print_param(std::cout, i);
+      std::cout << "={" << info.domain(i) << "}";
+    }
+    std::cout << "\n";
+  }
+  bool identity = order.size() == info.arity();
+  for (unsigned int i = 0; identity && i < order.size(); ++i) identity = order[i] == i;
+  if (!identity) {
+    std::vector<unsigned int> params;
+    params.reserve(order.size());
+    for (unsigned int p : order) params.push_back(info.params()[p]);
+    info.params().swap(params);
+  }
+  m_propagators[c] = std::move(simplified);
+  if (report_level > 1) {
+    std::cout << "to ";
+    print_constraint(std::cout, c);
+    std::cout << "\n";
+  }
+}
+
+bool solver::init_one_constraint(unsigned int c, unsigned int modification, bool dirty) {
+  constraint_connectivity_info& info = m_connectivity[c];
+  constraint_propagator& propagator = *m_propagators[c];
+  propagation_types::result_type r;
+  if (dirty && info.arity() > max_conflict_clause) {
+    // Too long to keep watches: it only runs when the solver runs it.
+    constraint_watchless_info view(info);
+    r = propagator.init(view);
+    propagator.forget_watches();
+  } else {
+    constraint_aged_info view(info, m_stack, modification + 1, 0);
+    r = propagator.init(view);
+  }
+  info.clear_previous_activation_time();
+  info.clear_modified();
+  m_last_constraint = c;
+  if (r == propagation_types::UNSAT && report_level > 0) {
+    std::cout << m_time << " UNSAT ";
+    print_constraint(std::cout, c);
+    std::cout << "\n";
+  }
+  return r != propagation_types::UNSAT;
+}
+
+void solver::tick() {
+  if (m_time == std::numeric_limits<std::uint64_t>::max()) throw timeout_exception();
+  ++m_time;
+}
+
+void solver::restrict_variable(unsigned int var, bool first_of_optimization) {
+  ++m_assignments;
+  const small_model::iset domain = m_stack.domain(var);
+  const assignment_stack::previous_value& saved = m_stack.previously_assigned_value(var);
+  const bool is_objective = int(var) == objective_variable;
+  int value;
+  if (!first_of_optimization && is_objective) {
+    value = minimize ? domain.min() : domain.max();
+  } else if (saved.has_value) {
+    if (domain.contains(saved.value)) {
+      value = saved.value;
+    } else {
+      const int lo = domain.min();
+      const int hi = domain.max();
+      if (saved.value <= (hi + 2 * lo) / 3)
+        value = lo;
+      else if (saved.value > (lo + 2 * hi) / 3)
+        value = hi;
+      else
+        value = random::gen(2) != 0 ? lo : hi;
+    }
+  } else {
+    value = first_of_optimization && is_objective && !minimize ? domain.max() : domain.min();
+  }
+  if (report_level > 0) {
+    std::cout << m_time << " restrict:: ";
+    m_stack.print_var_name(std::cout, var);
+    std::cout << " := " << value << "\n";
+  }
+  if (m_stack.depth() == 0 && !m_stack.has_level0_domain(var)) m_stack.construct_level0_domains();
+  m_stack.push_decision(var);
+  m_stack.set_var_domain(var, small_model::iset::singleton(value), m_time, -1);
+  m_level_backtracks.push_back(m_backtracks_since_restart);
+  notify_modification(var, -1);
+  tick();
+}
+
+solver::result_type solver::backtrack(int level, int asserted) {
+  clear_event_heap();
+  m_constraint_queue.clear();
+  ++m_total_backtracks;
+  ++m_backtracks_since_restart;
+  ++m_conflicts;
+  if (m_conflicts > backtrack_limit) return BACKTRACK_LIMIT;
+  m_stack.lower_var_costs();
+  remove_unused_conflict_constraints_maybe();
+  if (compute_restart(level)) {
+    restart();
+    return SAT;
+  }
+  const unsigned int undone = unsigned(level) + 1;
+  const unsigned int var = m_stack.decision_variable(undone);
+  const int value = m_stack.decision_value(undone);
+  m_stack.undo_level(undone);
+  m_level_backtracks.resize(undone);
+  if (report_level > 0) {
+    std::cout << m_time << " backtrack " << m_total_backtracks << " undo choice ";
+    m_stack.print_var_name(std::cout, var);
+    std::cout << " = " << value << "\n";
+  }
+  // Without a learned constraint nothing else flips the search.
+  if (asserted < 0) complement_decision(var, small_model::iset::singleton(value));
+  if (report_level > 1) show_self();
+  if (report_level > 0) std::cout << "choice depth = " << m_stack.depth() << "\n";
+  return SAT;
+}
+
+void solver::complement_decision(unsigned int var, small_model::iset set) {
+  if (report_level > 0) {
+    std::cout << m_time << " Remove bad values :: ";
+    m_stack.print_var_name(std::cout, var);
+    std::cout << " in {" << set << "}\n";
+  }
+  set_var_domain(var, m_stack.domain(var) - set, -1);
+  notify_level_changes(var);
+  tick();
+  if (!m_stack.domain(var).is_singleton()) restrict_variable(var, false);
+}
+
+bool solver::compute_restart(int level) {
+  if (level == 0 || m_current_restart_threshold == 0) return false;
+  const unsigned int n = m_backtracks_since_restart - m_level_backtracks[unsigned(level)];
+  if (n < m_current_restart_threshold) return false;
+  m_current_restart_threshold = (3 * m_current_restart_threshold + 1) / 2;
+  if (report_level > 0)
+    std::cout << "Next restart after " << m_current_restart_threshold << " backtracks\n";
+  return true;
+}
+
+void solver::restart() {
+  for (unsigned int l = 1; l <= m_stack.depth(); ++l)
+    m_recent_conflict_variables.push_back(m_stack.decision_variable(l));
+  m_last_chosen_variable = -1;
+  if (m_stack.depth() > 0) m_stack.undo_level(1);
+  m_stack.forget_previously_assigned_var_values();
+  m_backtracks_since_restart = 0;
+  ++m_restarts;
+  if (report_level > 0) std::cout << m_time << " restart " << m_restarts << "\n";
+  if (report_level > 1) show_self();
+  if (report_level > 0) std::cout << "choice depth = 0\n";
+  m_level_backtracks.assign(1, 0);
+}
+
+void solver::manage_unsat() {
+  if (print_proof) m_proof_collector->print_proof(*m_proof_stream);
+  if (validate_unsat && !is_correctly_unsat()) throw std::runtime_error("Bad UNSAT result");
+}
+
+bool solver::is_correctly_unsat() const {
+  throw std::runtime_error(
+      "solver::is_correctly_unsat() works only when proof mechanism is activated");
+}
+
+void solver::forget_all_watches() {
+  for (std::unique_ptr<constraint_propagator>& p : m_propagators)
+    if (p) p->forget_watches();
+  m_event_watchers.clear();
+  m_value_watchers.clear();
+}
+
+//==== watches ==================================================================
+
+watch_handle_t solver::allocate_watch(unsigned int var, watch_types::watch_type type,
+                                      unsigned int constraint) {
+  return m_event_watchers.at(var).allocate_watch(int(type), constraint);
+}
+
+void solver::deallocate_watch(unsigned int var, watch_types::watch_type type,
+                              watch_handle_t handle) {
+  m_event_watchers.at(var).deallocate_watch(int(type), handle);
+}
+
+watch_handle_t solver::allocate_value_watch(unsigned int var, int value,
+                                            unsigned int constraint) {
+  return m_value_watchers.at(var).allocate_watch(value, constraint);
+}
+
+void solver::deallocate_value_watch(unsigned int var, int value, watch_handle_t handle) {
+  m_value_watchers.at(var).deallocate_watch(value, handle);
+}
+
+//==== propagation scheduling ====================================================
+
+bool solver::variable_event::comparator::operator()(const variable_event& a,
+                                                    const variable_event& b) const {
+  const unsigned int depth = m_stack->depth();
+  const unsigned int decision =
+      depth == 0 ? 0xFFFFFFFFu : m_stack->decision_modification(depth);
+  const auto distance = [&](const variable_event& e) {
+    return m_stack->state(e.variable).last_modification - decision;
+  };
+  const double sa = m_stack->domain(a.variable).size();
+  const double sb = m_stack->domain(b.variable).size();
+  const double lost_a = double(a.previous_size) - sa;
+  const double lost_b = double(b.previous_size) - sb;
+  return sa * lost_b * double(distance(a)) > sb * lost_a * double(distance(b));
+}
+
+void solver::clear_event_heap() {
+  for (const variable_event& event : m_event_heap)
+    if (event.variable < m_event_marks.size()) m_event_marks[event.variable].in_heap = false;
+  m_event_heap.clear();
+}
+
+void solver::notify_modification(unsigned int var, int) {
+  event_mark& mark = m_event_marks[var];
+  if (mark.in_heap) return;
+  mark.in_heap = true;
+  mark.handle = m_event_heap.push(
+      variable_event{var, m_stack.state(var).previous_size, m_stack.state(var).last_modification});
+}
+
+// The event of a complement covers every change of the variable at the present
+// level, not only the newest. The decision that follows a complement at once
+// shares its event, and a conflict at that decision's level drops the event
+// before every watcher has seen it; the complement's own removal survives the
+// backtrack, so a watcher that missed it must see it with the next event.
+void solver::notify_level_changes(unsigned int var) {
+  event_mark& mark = m_event_marks[var];
+  if (mark.in_heap) return;
+  const unsigned int depth = m_stack.depth();
+  const unsigned int level_start = depth == 0 ? 0 : m_stack.decision_modification(depth);
+  unsigned int first = m_stack.state(var).last_modification;
+  for (;;) {
+    const unsigned int prev = m_stack.modification(first).previous_modification;
+    if (prev == assignment_stack::NO_PREVIOUS_MODIFICATION || prev < level_start) break;
+    first = prev;
+  }
+  mark.in_heap = true;
+  mark.handle = m_event_heap.push(
+      variable_event{var, m_stack.modification(first).previous_domain.size(), first});
+}
+
+void solver::put_in_queue(unsigned int constraint, constraint_runtime_info::queue_type queue) {
+  if (queue != constraint_runtime_info::CONSTRAINT_QUEUE)
+    throw std::runtime_error("solver::put_in_queue() works only for CONSTRAINT_QUEUE");
+  if (m_constraint_queue.max_elements() < m_propagators.size())
+    m_constraint_queue.set_max_elements(m_propagators.size());
+  m_constraint_queue.insert(constraint);
+}
+
+small_model::iset solver::removed_values(unsigned int var, unsigned int modification) const {
+  return m_stack.modification(modification).previous_domain - m_stack.domain(var);
+}
+
+bool solver::propagate_one_constraint(unsigned int c, bool report) {
+  static const std::uint32_t target_time = 0xFFFFFFFFu;
+  constraint_connectivity_info& info = m_connectivity[c];
+  info.clear_modified();
+  if (m_time == target_time) std::cout << m_time << " reached target time\n";
+  const propagation_types::result_type r = m_propagators[c]->propagate(info);
+  if (r == propagation_types::POSTPONE) {
+    m_last_constraint = c;
+    if (report_level > 0 || report) report_last_propagation(r, report);
+  } else {
+    if (r == propagation_types::VALID && c < m_constraint_queue.max_elements())
+      m_constraint_queue.mark(c);
+    info.finalize_prev_activation(m_time);
+    m_last_constraint = c;
+    if (report_level > 0 || report) report_last_propagation(r, report);
+    tick();
+  }
+  if (info.modified_in_activation() && c >= m_first_learned && m_dependencies)
+    m_dependencies->mark_used(c, m_conflicts);
+  return r != propagation_types::UNSAT;
+}
+
+bool solver::propagate_constraints_touching_var(unsigned int var, unsigned int modification) {
+  const small_model::iset before = m_stack.modification(modification).previous_domain;
+  if (!m_value_watchers[var].empty()) {
+    var_value_watchers::for_each_cleaner guard(m_value_watchers[var]);
+    const std::uint32_t lost = (before - m_stack.domain(var)).bits();
+    for (std::size_t k = m_value_watchers[var].num_keys(); k-- > 0;) {
+      const int key = m_value_watchers[var].key_at(k).key;
+      if (unsigned(key) > 31u || !((lost >> unsigned(key)) & 1u)) continue;
+      var_watchers_base::list_type& list = m_value_watchers[var].key_at(k).watchers;
+      if (list.empty()) continue;
+      auto current = std::prev(list.end());
+      for (;;) {
+        // The activation may release the present watcher: step first.
+        const bool first = current == m_value_watchers[var].key_at(k).watchers.begin();
+        const auto next = first ? current : std::prev(current);
+        if (!propagate_one_constraint(current->constraint, false)) return false;
+        if (first) break;
+        current = next;
+      }
+    }
+  }
+  if (!m_event_watchers[var].empty()) {
+    var_event_watchers& watchers = m_event_watchers[var];
+    var_event_watchers::for_each_cleaner guard(watchers);
+    const small_model::iset now = m_stack.domain(var);
+    unsigned int mask = 1u << MODIFICATION_WATCH;
+    if (now.is_singleton()) mask |= 1u << FINALIZATION_WATCH;
+    if (!now.empty() && !before.empty()) {
+      if (watchers.watches(LOWER_BOUND_WATCH) && now.min() != before.min())
+        mask |= 1u << LOWER_BOUND_WATCH;
+      if (watchers.watches(UPPER_BOUND_WATCH) && now.max() != before.max())
+        mask |= 1u << UPPER_BOUND_WATCH;
+    }
+    for (std::size_t k = watchers.num_keys(); k-- > 0;) {
+      const int key = watchers.key_at(k).key;
+      if (!((mask >> unsigned(key)) & 1u)) continue;
+      var_watchers_base::list_type& list = watchers.key_at(k).watchers;
+      if (list.empty()) continue;
+      auto current = std::prev(list.end());
+      for (;;) {
+        const bool first = current == watchers.key_at(k).watchers.begin();
+        const auto next = first ? current : std::prev(current);
+        if (!propagate_one_constraint(current->constraint, false)) return false;
+        if (first) break;
+        current = next;
+      }
+    }
+  }
+  return true;
+}
+
+bool solver::propagate_constraints_in_variable_queue() {
+  m_originating_queue = constraint_runtime_info::VARIABLE_QUEUE;
+  while (!m_event_heap.empty()) {
+    const variable_event event = m_event_heap.top();
+    m_event_heap.pop();
+    m_event_marks[event.variable].in_heap = false;
+    if (!propagate_constraints_touching_var(event.variable, event.modification)) return false;
+  }
+  return true;
+}
+
+bool solver::propagate_constraint_in_constraint_queue() {
+  while (!m_constraint_queue.empty()) {
+    m_originating_queue = constraint_runtime_info::CONSTRAINT_QUEUE;
+    if (!propagate_one_constraint(m_constraint_queue.pop(), false)) return false;
+    if (!m_event_heap.empty()) break;  // variable events go first
+  }
+  return true;
+}
+
+bool solver::propagate_dirty_learned_constraint(constraint_run_level& entry) {
+  m_originating_queue = constraint_runtime_info::CONSTRAINT_QUEUE;
+  const unsigned int depth = m_stack.depth();
+  if (entry.level == UNINITIALIZED_LEVEL) {
+    unsigned int m;
+    if (depth > 0)
+      m = m_stack.decision_modification(depth) - 1;
+    else
+      m = m_stack.num_modifications() == 0 ? assignment_stack::NO_PREVIOUS_MODIFICATION
+                                           : m_stack.num_modifications() - 1;
+    if (!init_one_constraint(entry.constraint, m, true)) return false;
+  }
+  const bool ok = propagate_one_constraint(entry.constraint, report_level >= 1);
+  entry.level = depth;
+  return ok;
+}
+
+bool solver::propagate_constraints() {
+  std::vector<constraint_run_level>& dirty = m_dirty_learned_constraints;
+  const std::size_t n = dirty.size();
+  const unsigned int depth = m_stack.depth();
+  std::size_t last_run = n;
+  bool failed = false;
+  for (std::size_t k = n; k-- > 0;) {
+    if (dirty[k].level != UNINITIALIZED_LEVEL && dirty[k].level <= depth) break;
+    last_run = k;
+    if (!propagate_dirty_learned_constraint(dirty[k])) {
+      failed = true;
+      break;
+    }
+  }
+  if (depth == 0) {
+    dirty.clear();
+  } else if (last_run < n) {
+    // Clauses have proper watches by now; over-large constraints have none and
+    // act once, at the level they assert at.
+    std::size_t kept = last_run;
+    for (std::size_t k = last_run; k < n; ++k) {
+      const unsigned int c = dirty[k].constraint;
+      if (!m_propagators[c] || is_clause(c) || m_connectivity[c].arity() > max_conflict_clause)
+        continue;
+      dirty[kept++] = dirty[k];
+    }
+    dirty.resize(kept);
+  }
+  if (failed) return false;
+  while (!m_constraint_queue.empty() || !m_event_heap.empty()) {
+    if (!propagate_constraints_in_variable_queue()) return false;
+    if (!propagate_constraint_in_constraint_queue()) return false;
+  }
+  return true;
+}
+
+void solver::report_last_propagation(propagation_types::result_type result, bool forced) const {
+  if (report_level == 0 && !forced) return;
+  if (report_level == 1 && !forced && result != propagation_types::UNSAT) return;
+  const unsigned int c = m_last_constraint;
+  const constraint_connectivity_info& info = m_connectivity[c];
+  const bool modified = info.modified_in_activation();
+  const unsigned long long when = info.previous_activation_time();
+  if (report_level > 2 || result == propagation_types::UNSAT) {
+    std::cout << m_time << " " << result << " ";
+    if (modified && m_stack.num_modifications() > 0) {
+      constraint_aged_info view(info, m_stack, m_stack.num_modifications() - 1, 0);
+      m_propagators[c]->print(std::cout, &view);
+    } else {
+      print_constraint(std::cout, c);
+    }
+    std::cout << "\n";
+  }
+  if ((report_level >= 2 && modified) || forced) {
+    for (unsigned int i = 0; i < info.arity(); ++i) {
+      const unsigned int var = info.params()[i];
+      const unsigned int last = m_stack.state(var).last_modification;
+      if (last == assignment_stack::NO_PREVIOUS_MODIFICATION ||
+          m_stack.modification(last).time != when || m_stack.modification(last).cause != int(c))
+        continue;
+      std::cout << m_time << " constraint[" << c << "] changed param[" << i << "] ";
+      m_stack.print_var_name(std::cout, var);
+      std::cout << " := {" << m_stack.domain(var) << "}";
+      if (forced && modified) {
+        unsigned int first = last;
+        while (true) {
+          const unsigned int prev = m_stack.modification(first).previous_modification;
+          if (prev == assignment_stack::NO_PREVIOUS_MODIFICATION ||
+              m_stack.modification(prev).time != when)
+            break;
+          first = prev;
+        }
+        std::cout << " removed {" << removed_values(var, first) << "}";
+      }
+      std::cout << "\n";
+    }
+  }
+}
+
+//==== decision heuristic ==========================================================
+
+int solver::choose_free_variable() {
+  if (m_stack.find_best_free_variable() == 0xFFFFFFFFu) return -1;
+  int best = m_last_chosen_variable;
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < m_recent_conflict_variables.size(); ++i) {
+    const unsigned int v = m_recent_conflict_variables[i];
+    if (m_stack.domain(v).is_singleton()) continue;
+    m_recent_conflict_variables[kept++] = v;
+    if (m_stack.is_better_variable(int(v), best, 1)) best = int(v);
+  }
+  m_recent_conflict_variables.resize(kept);
+  const int h = int(m_stack.find_best_free_variable());
+  const int choice = m_stack.is_better_variable(h, best, int(conflict_cost_factor)) ? h : best;
+  m_last_chosen_variable = choice;
+  return choice;
+}
+
+void solver::add_constraint_cost_to_variables(unsigned int constraint, double amount,
+                                              const std::vector<small_model::iset>* literals) {
+  if (!literals && is_clause(constraint)) literals = &clause_literals(constraint);
+  const std::vector<unsigned int>& params = m_connectivity[constraint].params();
+  if (!literals) {
+    for (std::size_t i = params.size(); i-- > 0;) m_stack.add_var_cost(int(params[i]), amount);
+    return;
+  }
+  const std::size_t n = std::min(literals->size(), params.size());
+  for (std::size_t i = n; i-- > 0;) {
+    // A literal that can never hold does not count.
+    if ((*literals)[i].intersects(m_stack.var_domain_end_level(params[i], 0)))
+      m_stack.add_var_cost(int(params[i]), amount);
+  }
+}
+
+//==== optimisation loop ============================================================
+
+solver::result_type solver::optimize() {
+  if (!quiet_optimization)
+    std::cout << comment_prefix << " ==== Solving SAT problem at first ====" << std::endl;
+  timer t;
+  result_type r = solve_current_constraints(true);
+  advance_iteration_time(t);
+  if (r != SAT) {
+    m_stack.clear();
+    return r;
+  }
+  std::cout << status_prefix << " SATISFIABLE\n";
+  while (improve_solution(t, r)) {
+  }
+  if (r == UNSAT) {
+    std::cout << comment_prefix << " ==== went past best value ====" << std::endl;
+    std::cout << status_prefix << " OPTIMUM FOUND\n";
+    m_stack.clear();
+  } else if (r != SAT) {
+    std::cout << comment_prefix << " ==== run did not succeed, can't guarantee optimality "
+              << "====" << std::endl;
+    m_stack.clear();
+  }
+  restore_best_solution();
+  if (quiet_optimization) print_solution(std::cout);
+  return OPTIMAL;
+}
+
+bool solver::improve_solution(timer& t, result_type& result) {
+  save_solution_as_best();
+  m_stack.clear();
+  const unsigned int objective = unsigned(objective_variable);
+  small_model::iset d = m_stack.domain(objective);
+  const int b = m_best_value;
+  if (minimize)
+    d.erase(small_iset::value_range_type(b, 31));
+  else
+    d.erase(small_iset::value_range_type(0, b));
+  if (d.empty()) {
+    std::cout << comment_prefix << " ==== no more values to try ====" << std::endl;
+    result = SAT;
+    return false;
+  }
+  set_var_domain(objective, d, -1);
+  if (!quiet_optimization) {
+    std::cout << comment_prefix << " ==== trying to ";
+    if (minimize) {
+      std::cout << "minimize ";
+      m_stack.print_var_name(std::cout, objective);
+      std::cout << " below " << b << ", but not" << " below " << d.min();
+    } else {
+      std::cout << "maximize ";
+      m_stack.print_var_name(std::cout, objective);
+      std::cout << " above " << b << ", but not" << " above " << d.max();
+    }
+    std::cout << " ==" << std::endl;
+  }
+  result = solve_current_constraints(false);
+  advance_iteration_time(t);
+  return result == SAT;
+}
+
+void solver::save_solution_as_best() {
+  m_best_value = evaluate_objective();
+  if (!quiet_optimization) {
+    std::cout << comment_prefix << " best result so far:\n";
+    std::cout << objective_prefix << " " << m_best_value << std::endl;
+    print_solution(std::cout);
+  }
+  m_best_solution.resize(num_variables());
+  for (unsigned int v = 0; v < m_best_solution.size(); ++v)
+    m_best_solution[v] = m_stack.domain(v).min();
+}
+
+void solver::restore_best_solution() {
+  for (unsigned int v = 0; v < m_best_solution.size(); ++v)
+    set_var_domain(v, small_model::iset::singleton(m_best_solution[v]), -1);
+  set_var_domain(unsigned(objective_variable), small_model::iset::singleton(m_best_value), -1);
+}
+
+void solver::advance_iteration_time(timer& t) {
+  timer now;
+  if (!quiet_optimization)
+    std::cout << comment_prefix << " === iteration time " << now.cpu_diff_str(t) << std::endl;
+  t = now;
+}
+
+//==== learned-constraint store =========================================================
+
+void solver::remove_unused_conflict_constraints_maybe() {}
+
+//==== conflict analysis ================================================================
+
+int solver::analyze_conflict(int& asserted) {
+  asserted = -1;
+  if (m_stack.depth() == 0) return -1;
+  return int(m_stack.depth()) - 1;
+}
+
+}  // namespace zelk

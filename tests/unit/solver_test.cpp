@@ -1,0 +1,389 @@
+// The search loop and propagation scheduling, driven with small propagators
+// written here: x != y, x < y, and a value-watch probe.
+#include "impl/solver.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "impl/clause_propagator.h"
+#include "impl/small_iset.h"
+
+namespace zelk {
+
+// Drives the private steps of the loop.
+struct solver_test_access {
+  static bool start(solver& s) {
+    s.m_searching = true;
+    s.prepare_for_solve();
+    return s.first_time_propagate_constraints();
+  }
+  static bool propagate(solver& s) { return s.propagate_constraints(); }
+  static void narrow(solver& s, unsigned int var, small_model::iset set) {
+    s.set_var_domain(var, set, -1);
+    s.notify_modification(var, -1);
+    s.tick();
+  }
+  static void decide(solver& s, unsigned int var) { s.restrict_variable(var, false); }
+  static std::uint64_t time(const solver& s) { return s.m_time; }
+};
+
+namespace {
+
+using iset = small_model::iset;
+
+// x != y, filtering only when one side is fixed.
+class neq_probe : public constraint_propagator {
+ public:
+  result_type propagate(constraint_runtime_info& info) override {
+    for (unsigned int i = 0; i < 2; ++i) {
+      const iset d = info.domain(i);
+      if (!d.is_singleton()) continue;
+      const iset other = info.domain(1 - i) - d;
+      if (other.empty()) return UNSAT;
+      info.set_domain(1 - i, other);
+    }
+    return CONSISTENT;
+  }
+  bool conflicts(const constraint_runtime_info& info) const override {
+    return info.domain(0).is_singleton() && info.domain(0) == info.domain(1);
+  }
+  bool constraint_check(const constraint_runtime_info& info) const override {
+    return info.domain(0).min() != info.domain(1).min();
+  }
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<neq_probe>(*this);
+  }
+};
+
+// x < y, bounds filtering.
+class lt_probe : public constraint_propagator {
+ public:
+  result_type init(constraint_runtime_info& info) override {
+    info.allocate_watch(0, LOWER_BOUND_WATCH);
+    info.allocate_watch(1, UPPER_BOUND_WATCH);
+    return VALID;
+  }
+  result_type propagate(constraint_runtime_info& info) override {
+    const iset x = info.domain(0) & iset::clipped_range(0, info.domain(1).max() - 1);
+    if (x.empty()) return UNSAT;
+    info.set_domain(0, x);
+    const iset y = info.domain(1) & iset::clipped_range(x.min() + 1, 31);
+    if (y.empty()) return UNSAT;
+    info.set_domain(1, y);
+    return x.max() < y.min() ? VALID : CONSISTENT;
+  }
+  bool conflicts(const constraint_runtime_info& info) const override {
+    return info.domain(0).min() >= info.domain(1).max();
+  }
+  bool constraint_check(const constraint_runtime_info& info) const override {
+    return info.domain(0).min() < info.domain(1).min();
+  }
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<lt_probe>(*this);
+  }
+};
+
+// Watches one value of its only parameter and counts its activations.
+class value_probe : public constraint_propagator {
+ public:
+  value_probe(int value, int* activations) : m_value(value), m_activations(activations) {}
+  result_type init(constraint_runtime_info& info) override {
+    info.allocate_value_watch(0, m_value);
+    return VALID;
+  }
+  result_type propagate(constraint_runtime_info&) override {
+    ++*m_activations;
+    return CONSISTENT;
+  }
+  bool conflicts(const constraint_runtime_info&) const override { return false; }
+  bool constraint_check(const constraint_runtime_info&) const override { return true; }
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<value_probe>(*this);
+  }
+
+ private:
+  int m_value;
+  int* m_activations;
+};
+
+// Records every solution that the enumeration prints.
+class recording_solver : public solver {
+ public:
+  void print_solution(std::ostream&) const override {
+    std::vector<int> values;
+    for (unsigned int v = 0; v < num_variables(); ++v) {
+      EXPECT_TRUE(stack().domain(v).is_singleton());
+      values.push_back(stack().domain(v).min());
+    }
+    // A repeated solution means an exclusion clause was missed; stop the loop.
+    if (!solutions.insert(values).second) throw std::runtime_error("solution repeated");
+  }
+  mutable std::set<std::vector<int>> solutions;
+};
+
+struct random_model {
+  std::vector<iset> domains;
+  struct edge {
+    bool less;  // x < y, else x != y
+    unsigned int x, y;
+  };
+  std::vector<edge> edges;
+
+  bool satisfied(const std::vector<int>& values) const {
+    for (const edge& e : edges) {
+      if (e.less ? values[e.x] >= values[e.y] : values[e.x] == values[e.y]) return false;
+    }
+    return true;
+  }
+  std::set<std::vector<int>> brute_force() const {
+    std::set<std::vector<int>> result;
+    std::vector<int> values(domains.size());
+    std::function<void(unsigned int)> rec = [&](unsigned int i) {
+      if (i == domains.size()) {
+        if (satisfied(values)) result.insert(values);
+        return;
+      }
+      for (int v : domains[i]) {
+        values[i] = v;
+        rec(i + 1);
+      }
+    };
+    rec(0);
+    return result;
+  }
+  void build(solver& s) const {
+    for (const iset& d : domains) s.add_var(d);
+    for (const edge& e : edges) {
+      std::unique_ptr<constraint_propagator> p;
+      if (e.less)
+        p = std::make_unique<lt_probe>();
+      else
+        p = std::make_unique<neq_probe>();
+      s.add_constraint(std::move(p)) << e.x << e.y;
+    }
+  }
+};
+
+random_model make_random_model(unsigned int seed) {
+  std::srand(seed);
+  random_model m;
+  const unsigned int n = 2 + std::rand() % 3;
+  for (unsigned int i = 0; i < n; ++i) {
+    iset d;
+    while (d.empty())
+      for (int v = 0; v < 4; ++v)
+        if (std::rand() % 3) d.insert(v);
+    m.domains.push_back(d);
+  }
+  const unsigned int k = std::rand() % (2 * n);
+  for (unsigned int i = 0; i < k; ++i) {
+    const unsigned int x = std::rand() % n;
+    unsigned int y = std::rand() % n;
+    if (x == y) y = (y + 1) % n;
+    m.edges.push_back({std::rand() % 3 == 0, x, y});
+  }
+  return m;
+}
+
+}  // namespace
+
+TEST(solver, no_variables_is_sat_without_decisions) {
+  solver s;
+  std::ostringstream out;
+  EXPECT_EQ(s.solve(&out), solver::SAT);
+  EXPECT_EQ(s.assignments(), 0u);
+}
+
+TEST(solver, empty_domain_is_unsat_without_search) {
+  solver s;
+  s.add_var(iset::clipped_range(0, 3));
+  s.add_var(iset());
+  std::ostringstream out;
+  EXPECT_EQ(s.solve(&out), solver::UNSAT);
+  EXPECT_EQ(s.assignments(), 0u);
+}
+
+TEST(solver, unconstrained_variables_take_their_minima_with_the_solution_lines) {
+  solver s;
+  s.add_var(iset(std::string("3:5")), "x");
+  s.add_var(iset(std::string("1,7")), "y");
+  s.add_var(iset::singleton(9));
+  std::ostringstream out;
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(s.solve(&out), solver::SAT);
+  s.print_solution(out);
+  const std::string prefix = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(prefix, "c ");
+  EXPECT_EQ(out.str(), "x=3, y=1, V2=9, \nv 3 1 9 \n");
+  EXPECT_EQ(s.assignments(), 2u);
+}
+
+TEST(solver, enumeration_counts_the_product_of_the_domain_sizes) {
+  recording_solver s;
+  s.add_var(iset(std::string("0:2")));
+  s.add_var(iset(std::string("4,9")));
+  s.add_var(iset(std::string("1:4")));
+  s.all_solutions = true;
+  std::ostringstream out;
+  EXPECT_EQ(s.solve(&out), solver::SAT_DONE);
+  EXPECT_EQ(s.solutions.size(), 3u * 2u * 4u);
+  // One exclusion clause per solution.
+  EXPECT_EQ(s.num_constraints(), 24u);
+}
+
+TEST(solver, enumeration_matches_brute_force_on_random_models) {
+  for (unsigned int seed = 1; seed <= 300; ++seed) {
+    const random_model m = make_random_model(seed);
+    for (unsigned int restart : {16u, 0u, 1u}) {
+      recording_solver s;
+      m.build(s);
+      s.all_solutions = true;
+      s.restart_threshold = restart;
+      std::ostringstream out;
+      solver::result_type r = solver::SAT;
+      ASSERT_NO_THROW(r = s.solve(&out)) << "seed " << seed << " restart " << restart;
+      const std::set<std::vector<int>> expected = m.brute_force();
+      if (expected.empty()) {
+        EXPECT_EQ(r, solver::UNSAT) << "seed " << seed;
+      } else {
+        EXPECT_EQ(r, solver::SAT_DONE) << "seed " << seed;
+      }
+      EXPECT_EQ(s.solutions, expected) << "seed " << seed << " restart " << restart;
+    }
+  }
+}
+
+TEST(solver, propagation_reaches_the_arc_consistent_fixpoint_of_a_chain) {
+  // x0 < x1 < x2 < x3 over 0..5: bounds filtering to a fixpoint leaves i..i+2.
+  solver s;
+  for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 5));
+  for (unsigned int i = 0; i + 1 < 4; ++i) s.add_constraint(std::make_unique<lt_probe>()) << i << i + 1;
+  ASSERT_TRUE(solver_test_access::start(s));
+  for (unsigned int i = 0; i < 4; ++i)
+    EXPECT_EQ(s.stack().domain(i), iset::clipped_range(i, i + 2)) << i;
+  // Narrowing the head propagates along the whole chain.
+  solver_test_access::narrow(s, 0, iset::singleton(2));
+  ASSERT_TRUE(solver_test_access::propagate(s));
+  for (unsigned int i = 0; i < 4; ++i) EXPECT_EQ(s.stack().domain(i), iset::singleton(2 + i)) << i;
+}
+
+TEST(solver, value_watches_wake_only_when_the_watched_value_goes) {
+  solver s;
+  s.add_var(iset::clipped_range(0, 7));
+  int activations = 0;
+  s.add_constraint(std::make_unique<value_probe>(5, &activations)) << 0u;
+  ASSERT_TRUE(solver_test_access::start(s));
+  const int after_start = activations;  // the first propagation runs it once
+  solver_test_access::narrow(s, 0, iset(std::string("2:7")));
+  ASSERT_TRUE(solver_test_access::propagate(s));
+  EXPECT_EQ(activations, after_start);
+  solver_test_access::narrow(s, 0, iset(std::string("2:4,6:7")));
+  ASSERT_TRUE(solver_test_access::propagate(s));
+  EXPECT_EQ(activations, after_start + 1);
+  // Several changes before the event comes off the heap: one event, which still
+  // sees the watched value lost since the first of them.
+  solver s2;
+  s2.add_var(iset::clipped_range(0, 7));
+  int count2 = 0;
+  s2.add_constraint(std::make_unique<value_probe>(3, &count2)) << 0u;
+  ASSERT_TRUE(solver_test_access::start(s2));
+  const int start2 = count2;
+  solver_test_access::narrow(s2, 0, iset(std::string("0:2,4:7")));
+  solver_test_access::narrow(s2, 0, iset(std::string("0:2,4:6")));
+  solver_test_access::narrow(s2, 0, iset(std::string("0,4:6")));
+  ASSERT_TRUE(solver_test_access::propagate(s2));
+  EXPECT_EQ(count2, start2 + 1);
+}
+
+TEST(solver, event_heap_puts_collapsed_domains_first) {
+  assignment_stack stack;
+  for (int i = 0; i < 3; ++i) stack.add_var(iset::clipped_range(0, 9), nullptr, false);
+  stack.set_var_domain(0, iset::clipped_range(0, 8), 2, -1);  // lost 1 of 10
+  stack.set_var_domain(1, iset::singleton(4), 3, -1);         // collapsed
+  stack.set_var_domain(2, iset::clipped_range(0, 4), 4, -1);  // lost half
+  const solver::variable_event::comparator cmp(stack);
+  const solver::variable_event e0{0, 10, 0}, e1{1, 10, 1}, e2{2, 10, 2};
+  // cmp(a, b): b comes off before a.
+  EXPECT_TRUE(cmp(e0, e1));
+  EXPECT_TRUE(cmp(e2, e1));
+  EXPECT_TRUE(cmp(e0, e2));
+  EXPECT_FALSE(cmp(e1, e0));
+  solver::event_heap_type heap{cmp};
+  heap.push(e0);
+  heap.push(e2);
+  heap.push(e1);
+  EXPECT_EQ(heap.top().variable, 1u);
+  heap.pop();
+  EXPECT_EQ(heap.top().variable, 2u);
+}
+
+TEST(solver, backtrack_limit_zero_stops_at_the_first_conflict) {
+  solver s;
+  for (int i = 0; i < 3; ++i) s.add_var(iset::clipped_range(0, 1));
+  // Pairwise different over two values: unsatisfiable, found only by search.
+  s.add_constraint(std::make_unique<neq_probe>()) << 0u << 1u;
+  s.add_constraint(std::make_unique<neq_probe>()) << 1u << 2u;
+  s.add_constraint(std::make_unique<neq_probe>()) << 0u << 2u;
+  s.backtrack_limit = 0;
+  std::ostringstream out;
+  EXPECT_EQ(s.solve(&out), solver::BACKTRACK_LIMIT);
+  EXPECT_EQ(s.total_backtracks(), 1u);
+  solver t;
+  for (int i = 0; i < 3; ++i) t.add_var(iset::clipped_range(0, 1));
+  t.add_constraint(std::make_unique<neq_probe>()) << 0u << 1u;
+  t.add_constraint(std::make_unique<neq_probe>()) << 1u << 2u;
+  t.add_constraint(std::make_unique<neq_probe>()) << 0u << 2u;
+  EXPECT_EQ(t.solve(&out), solver::UNSAT);
+}
+
+TEST(solver, restarts_follow_the_schedule_and_keep_the_answer) {
+  // Pigeonhole 5 into 4 with != only: many backtracks, so restarts happen.
+  recording_solver s;
+  const unsigned int n = 5;
+  for (unsigned int i = 0; i < n; ++i) s.add_var(iset::clipped_range(0, 3));
+  for (unsigned int i = 0; i < n; ++i)
+    for (unsigned int j = i + 1; j < n; ++j) s.add_constraint(std::make_unique<neq_probe>()) << i << j;
+  s.restart_threshold = 2;
+  std::ostringstream out;
+  EXPECT_EQ(s.solve(&out), solver::UNSAT);
+  EXPECT_GT(s.restarts(), 0u);
+  recording_solver t;
+  for (unsigned int i = 0; i < n; ++i) t.add_var(iset::clipped_range(0, 3));
+  for (unsigned int i = 0; i < n; ++i)
+    for (unsigned int j = i + 1; j < n; ++j) t.add_constraint(std::make_unique<neq_probe>()) << i << j;
+  t.restart_threshold = 0;
+  EXPECT_EQ(t.solve(&out), solver::UNSAT);
+  EXPECT_EQ(t.restarts(), 0u);
+}
+
+TEST(solver, decisions_reuse_saved_values_by_thirds) {
+  // Saved 10 with domain {0, 30}: 10 is not above (30 + 0) / 3, so 0.
+  // Saved 10 with domain {1, 30}: (30 + 2) / 3 = 10, again the minimum.
+  // Saved 25 with domain {1, 30}: above (1 + 60) / 3 = 20, so 30.
+  for (auto [saved, text, expected] :
+       {std::tuple<int, const char*, int>{10, "0,30", 0}, {10, "1,30", 1}, {25, "1,30", 30}}) {
+    solver s;
+    iset initial{std::string(text)};
+    initial.insert(saved);
+    s.add_var(initial);
+    s.add_var(iset::clipped_range(0, 1));
+    ASSERT_TRUE(solver_test_access::start(s));
+    solver_test_access::decide(s, 1);
+    solver_test_access::narrow(s, 0, iset::singleton(saved));
+    s.stack().undo_level(1);  // the value held at the undone level is saved
+    ASSERT_TRUE(s.stack().previously_assigned_value(0).has_value);
+    solver_test_access::narrow(s, 0, iset(std::string(text)));
+    solver_test_access::decide(s, 0);
+    EXPECT_EQ(s.stack().domain(0), iset::singleton(expected)) << saved << " " << text;
+  }
+}
+
+}  // namespace zelk
