@@ -12,6 +12,9 @@
 #include <stdexcept>
 
 #include "impl/clause_propagator.h"
+#include "impl/comparison_propagators.h"
+#include "impl/disjoint_propagation_algo.h"
+#include "impl/disjunction_specification.h"
 #include "impl/propagation.h"
 
 namespace zelk {
@@ -500,9 +503,14 @@ std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::new_bin
     const std::vector<int>& coefficients, long long constant,
     std::vector<unsigned int>& kept) const {
   if (!fits_int32(constant)) return nullptr;
-  // Coefficients (1, -1) and (-1, 1) make a difference x - y >= constant, which
-  // difference_ge_propagator takes over once it is part of the library; until
-  // then they stay a general sum like every other pair.
+  // x - y >= constant is a difference, which filters the same with less work and
+  // combines without clauses.
+  const std::vector<int>& c = coefficients.empty() ? m_coefficients : coefficients;
+  if (c.size() == 2 && c[0] == -c[1] && (c[0] == 1 || c[0] == -1)) {
+    if (kept.empty()) kept = {0, 1};
+    if (c[0] == -1) std::swap(kept[0], kept[1]);  // -x + y is y - x
+    return std::make_unique<difference_ge_propagator>(int(constant));
+  }
   return new_nary_sum(coefficients, constant, kept);
 }
 
@@ -511,6 +519,183 @@ std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::new_nar
     std::vector<unsigned int>& kept) const {
   if (kept.empty() || !fits_int32(constant)) return nullptr;
   return std::make_unique<linear_combination_ge_propagator>(int(constant), coefficients);
+}
+
+//==== linear_combination_ge_propagator: combination ============================
+
+bool linear_combination_ge_propagator::get_disjunction_specification(
+    disjunction_specification& spec) const {
+  spec.declare_constraint(this, 0);
+  return true;
+}
+
+bool linear_combination_ge_propagator::may_combine(const constraint_propagator& other) const {
+  if (dynamic_cast<const linear_combination_ge_propagator*>(&other) ||
+      dynamic_cast<const difference_ge_propagator*>(&other))
+    return true;
+  if (dynamic_cast<const sum_mod_propagator*>(&other)) return other.may_combine(*this);
+  return false;
+}
+
+std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::combine(
+    const constraint_runtime_info& info, const constraint_propagator& right,
+    const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
+    unsigned int pivot, std::vector<unsigned int>& out) const {
+  if (const auto* sum_mod = dynamic_cast<const sum_mod_propagator*>(&right))
+    return combine_sum_mod(info, *sum_mod, right_info, map, pivot, out);
+  return disjunction_specification::combine_propagators(info, *this, right, right_info, map,
+                                                        pivot, out);
+}
+
+long long linear_combination_ge_propagator::find_var_coefficient(
+    unsigned int var, const disjunction_specification& spec) {
+  const int position = spec.find_constraint_param(var);
+  if (position < 0) return 0;
+  if (dynamic_cast<const difference_ge_propagator*>(spec.constraint()))
+    return position == 0 ? 1 : -1;
+  if (const auto* sum = dynamic_cast<const linear_combination_ge_propagator*>(spec.constraint()))
+    return sum->m_coefficients[unsigned(position)];
+  return 0;
+}
+
+bool linear_combination_ge_propagator::accumulate_coefficients(
+    std::vector<long long>& coefs, long long& constant, const disjunction_specification& spec,
+    long long multiplier) {
+  const auto add = [&](unsigned int var, long long coefficient) {
+    if (coefs.size() <= var) coefs.resize(var + 1, 0);
+    long long term;
+    return !__builtin_mul_overflow(coefficient, multiplier, &term) &&
+           !__builtin_add_overflow(coefs[var], term, &coefs[var]);
+  };
+  long long base_constant;
+  if (const auto* diff = dynamic_cast<const difference_ge_propagator*>(spec.constraint())) {
+    if (!add(spec.constraint_var(0), 1) || !add(spec.constraint_var(1), -1)) return false;
+    base_constant = diff->constant();
+  } else if (const auto* sum =
+                 dynamic_cast<const linear_combination_ge_propagator*>(spec.constraint())) {
+    for (unsigned int i = 0; i < sum->m_coefficients.size(); ++i)
+      if (!add(spec.constraint_var(i), sum->m_coefficients[i])) return false;
+    base_constant = sum->m_constant;
+  } else {
+    return false;
+  }
+  long long term, total;
+  if (__builtin_mul_overflow(base_constant, multiplier, &term) ||
+      __builtin_add_overflow(constant, term, &total))
+    return false;
+  constant = total;
+  return true;
+}
+
+bool linear_combination_ge_propagator::set_constraint_from_positional_coefficients(
+    const std::vector<long long>& coefs, long long constant, disjunction_specification& result) {
+  if (!fits_int32(constant)) return false;
+  std::vector<int> coefficients;
+  std::vector<unsigned int> variables;
+  for (unsigned int v = 0; v < coefs.size(); ++v) {
+    if (coefs[v] == 0) continue;
+    if (!fits_int32(coefs[v])) return false;
+    coefficients.push_back(int(coefs[v]));
+    variables.push_back(v);
+  }
+  if (variables.empty()) {
+    // 0 >= constant: false for a positive constant, otherwise nothing was learned.
+    if (constant <= 0) return false;
+    result.own_constraint(std::make_unique<clause_propagator>());
+    return true;
+  }
+  result.own_constraint(
+      std::make_unique<linear_combination_ge_propagator>(int(constant), std::move(coefficients)));
+  for (const unsigned int v : variables) result.add_constraint_param(v);
+  return true;
+}
+
+bool linear_combination_ge_propagator::combine_base_constraints(
+    const disjunction_specification& left, const disjunction_specification& right,
+    unsigned int pivot, disjunction_specification& result) const {
+  const long long a = find_var_coefficient(pivot, left);
+  const long long b = find_var_coefficient(pivot, right);
+  if (!((a >= 0 && b < 0) || (a < 0 && b >= 0))) return false;
+  // |b|/g times left plus |a|/g times right: the pivot's terms cancel.
+  const long long g = std::gcd(std::llabs(a), std::llabs(b));
+  std::vector<long long> coefs;
+  long long constant = 0;
+  if (!accumulate_coefficients(coefs, constant, left, std::llabs(b) / g)) return false;
+  if (!accumulate_coefficients(coefs, constant, right, std::llabs(a) / g)) return false;
+  return set_constraint_from_positional_coefficients(coefs, constant, result);
+}
+
+bool linear_combination_ge_propagator::disjoin_constraint(const disjunction_specification& left,
+                                                          const disjunction_specification& right,
+                                                          disjunction_specification& result) const {
+  const auto* other = dynamic_cast<const linear_combination_ge_propagator*>(right.constraint());
+  if (!other || other->m_coefficients.size() != m_coefficients.size()) return false;
+  // The same terms on both sides: either sum is at least the smaller constant.
+  for (unsigned int j = 0; j < other->m_coefficients.size(); ++j) {
+    const int i = left.find_constraint_param(right.constraint_var(j));
+    if (i < 0 || m_coefficients[unsigned(i)] != other->m_coefficients[j]) return false;
+  }
+  result.own_constraint(std::make_unique<linear_combination_ge_propagator>(
+      std::min(m_constant, other->m_constant), m_coefficients));
+  for (unsigned int i = 0; i < m_coefficients.size(); ++i)
+    result.add_constraint_param(left.constraint_var(i));
+  return true;
+}
+
+std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::new_propagator(
+    const disjunction_specification& spec, std::vector<unsigned int>& params) const {
+  for (unsigned int i = 0; i < spec.constraint_param_count(); ++i)
+    params.push_back(spec.constraint_var(i));
+  const unsigned int n = spec.literal_count();
+  if (n == 0) {
+    if (std::unique_ptr<constraint_propagator> owned = spec.release_owned_constraint())
+      return owned;
+    return spec.constraint() ? spec.constraint()->clone() : nullptr;
+  }
+  auto result =
+      std::make_unique<disjoint_propagator<linear_combination_ge_propagator, clause_propagation_algo>>(
+          *this);
+  literal_vector& literals = result->update_literals();
+  for (unsigned int k = 0; k < n; ++k) {
+    literals.push_back(spec.literal(k));
+    params.push_back(spec.literal_var(k));
+  }
+  return result;
+}
+
+unsigned int linear_combination_ge_propagator::find_non_pivot(const constraint_runtime_info& info,
+                                                              const std::vector<unsigned int>& map,
+                                                              unsigned int pivot) {
+  if (map.size() < 2) return info.arity() + 1;
+  return map[pivot == 0 ? 1 : 0];
+}
+
+std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::combine_sum_mod(
+    const constraint_runtime_info& info, const sum_mod_propagator& sum_mod,
+    const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
+    unsigned int pivot, std::vector<unsigned int>& out) const {
+  // x + y = result holds exactly only when the mod leaves no room for a carry.
+  if (right_info.arity() != 2 || pivot >= map.size() || sum_mod.mod() != sum_mod.result() + 1)
+    return nullptr;
+  const unsigned int n = unsigned(m_coefficients.size());
+  const unsigned int p = map[pivot];
+  if (p >= n) return nullptr;
+  const unsigned int q = find_non_pivot(info, map, pivot);
+  // c * x_p = c * result - c * x_q.
+  const long long c = m_coefficients[p];
+  const long long constant = m_constant - (long long)sum_mod.result() * c;
+  const long long coefficient = q < n ? m_coefficients[q] - c : -c;
+  if (!fits_int32(coefficient) || !fits_int32(constant)) return nullptr;
+  std::vector<int> coefficients = m_coefficients;
+  coefficients[p] = int(coefficient);
+  out.resize(n);
+  std::iota(out.begin(), out.end(), 0u);
+  out[p] = q;
+  if (q < n) {
+    coefficients.erase(coefficients.begin() + q);
+    out.erase(out.begin() + q);
+  }
+  return std::make_unique<linear_combination_ge_propagator>(int(constant), std::move(coefficients));
 }
 
 //==== sum_mod_propagator ======================================================
@@ -634,6 +819,66 @@ std::unique_ptr<constraint_propagator> sum_mod_propagator::intersect_with(
   if (!folded) return nullptr;
   result = (result % m_mod + m_mod) % m_mod;
   return std::make_unique<sum_mod_propagator>(m_mod, int(result));
+}
+
+bool sum_mod_propagator::may_combine(const constraint_propagator& other) const {
+  if (const auto* sum = dynamic_cast<const sum_mod_propagator*>(&other))
+    return sum->m_mod == m_mod;
+  if (dynamic_cast<const equal_propagator*>(&other)) return true;
+  if (dynamic_cast<const linear_combination_ge_propagator*>(&other))
+    return m_mod == m_result + 1;
+  return false;
+}
+
+std::unique_ptr<constraint_propagator> sum_mod_propagator::combine(
+    const constraint_runtime_info& info, const constraint_propagator& right,
+    const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
+    unsigned int pivot, std::vector<unsigned int>& out) const {
+  if (const auto* sum = dynamic_cast<const sum_mod_propagator*>(&right))
+    return combine(info, *sum, map, out);
+  if (dynamic_cast<const equal_propagator*>(&right)) return combine_with_eq(info, map, out);
+  if (dynamic_cast<const linear_combination_ge_propagator*>(&right))
+    return combine_other_first(info, right, right_info, map, pivot, out);
+  return nullptr;
+}
+
+std::unique_ptr<constraint_propagator> sum_mod_propagator::combine(
+    const constraint_runtime_info& info, const sum_mod_propagator& other_sum_mod,
+    const std::vector<unsigned int>& map, std::vector<unsigned int>& out) const {
+  if (other_sum_mod.m_mod != m_mod) return nullptr;
+  const unsigned int n = info.arity();
+  out.resize(n);
+  std::iota(out.begin(), out.end(), 0u);
+  for (const unsigned int e : map) {
+    if (e >= n) {
+      out.push_back(e);
+      continue;
+    }
+    // x + x is 0 only modulo 2.
+    if (m_mod != 2) return nullptr;
+    out.erase(std::find(out.begin(), out.end(), e));
+  }
+  const long long result = (((long long)m_result + other_sum_mod.m_result) % m_mod + m_mod) % m_mod;
+  if (out.empty() && result != 0) return std::make_unique<clause_propagator>();
+  return std::make_unique<sum_mod_propagator>(m_mod, int(result));
+}
+
+std::unique_ptr<constraint_propagator> sum_mod_propagator::combine_with_eq(
+    const constraint_runtime_info& info, const std::vector<unsigned int>& map,
+    std::vector<unsigned int>& out) const {
+  if (map.size() != 2) return nullptr;
+  const unsigned int n = info.arity();
+  if (map[0] < n && map[1] < n) {
+    // x = y within one sum: x + y = 2x, which is 0 only modulo 2.
+    if (m_mod != 2) return nullptr;
+    out.clear();
+    for (unsigned int i = 0; i < n; ++i)
+      if (i != map[0] && i != map[1]) out.push_back(i);
+    return std::make_unique<sum_mod_propagator>(m_mod, m_result);
+  }
+  out.resize(n);
+  for (unsigned int i = 0; i < n; ++i) out[i] = i == map[0] ? n + 1 : i == map[1] ? n : i;
+  return std::make_unique<sum_mod_propagator>(m_mod, m_result);
 }
 
 //==== sum_wrap_propagator =====================================================

@@ -24,6 +24,9 @@
 
 namespace zelk {
 
+class disjunction_specification;
+class sum_mod_propagator;
+
 // Helpers of the propagators that wrap or clip their results to 0..31.
 class arithmetic_propagation_types {
  public:
@@ -127,6 +130,51 @@ class linear_combination_ge_propagator : public constraint_propagator {
     return small_model::iset::clipped_range(lo, hi);
   }
 
+  // ---- combination (Fourier-Motzkin elimination) ------------------------------
+  bool get_disjunction_specification(disjunction_specification& spec) const override;
+  bool may_combine(const constraint_propagator& other) const override;
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const constraint_propagator& right,
+                                                 const constraint_runtime_info& right_info,
+                                                 const std::vector<unsigned int>& map,
+                                                 unsigned int pivot,
+                                                 std::vector<unsigned int>& out) const override;
+  // Adds multiples of the two base constraints (a difference or a linear
+  // combination on the right) so that the coefficient of pivot cancels.
+  bool combine_base_constraints(const disjunction_specification& left,
+                                const disjunction_specification& right, unsigned int pivot,
+                                disjunction_specification& result) const override;
+  // Two sums with the same terms: the one with the smaller constant.
+  bool disjoin_constraint(const disjunction_specification& left,
+                          const disjunction_specification& right,
+                          disjunction_specification& result) const override;
+  std::unique_ptr<constraint_propagator> new_propagator(
+      const disjunction_specification& spec, std::vector<unsigned int>& params) const override;
+  // Substitutes x = result - y, from a two-parameter sum_mod_propagator whose
+  // mod is result + 1, for the pivot.
+  std::unique_ptr<constraint_propagator> combine_sum_mod(const constraint_runtime_info& info,
+                                                         const sum_mod_propagator& sum_mod,
+                                                         const constraint_runtime_info& right_info,
+                                                         const std::vector<unsigned int>& map,
+                                                         unsigned int pivot,
+                                                         std::vector<unsigned int>& out) const;
+
+  // Coefficient of variable var in the base constraint of spec (a difference or
+  // a linear combination); 0 when var isn't a base parameter.
+  static long long find_var_coefficient(unsigned int var, const disjunction_specification& spec);
+  // coefs[variable] += m * coefficient, constant += m * the constant of the base
+  // of spec; false on overflow, and then constant is left alone.
+  static bool accumulate_coefficients(std::vector<long long>& coefs, long long& constant,
+                                      const disjunction_specification& spec, long long multiplier);
+  // The sum of the non-zero coefs (indexed by variable) >= constant as the owned
+  // base of result; false when it says nothing or doesn't fit 32 bits.
+  static bool set_constraint_from_positional_coefficients(const std::vector<long long>& coefs,
+                                                          long long constant,
+                                                          disjunction_specification& result);
+  // The entry of map that isn't the pivot's (left arity + 1 with a single entry).
+  static unsigned int find_non_pivot(const constraint_runtime_info& info,
+                                     const std::vector<unsigned int>& map, unsigned int pivot);
+
   int constant() const { return m_constant; }
   const std::vector<int>& coefficients() const { return m_coefficients; }
   bool small_coefficients() const { return m_small_coefficients; }
@@ -158,6 +206,27 @@ class sum_mod_propagator : public constraint_propagator {
 
   // Cuts every domain to 0..mod-1; false if one is or becomes empty.
   [[nodiscard]] bool restrict_to_mod(constraint_runtime_info& info) const;
+
+  // ---- combination ------------------------------------------------------------
+  // Another sum with the same mod, an equality, or (when mod = result + 1, that
+  // is x + y = result exactly for two parameters) a linear combination.
+  bool may_combine(const constraint_propagator& other) const override;
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const constraint_propagator& right,
+                                                 const constraint_runtime_info& right_info,
+                                                 const std::vector<unsigned int>& map,
+                                                 unsigned int pivot,
+                                                 std::vector<unsigned int>& out) const override;
+  // The sum of the two sums. A parameter in both cancels (x + x = 0 modulo 2);
+  // with another mod a shared parameter makes the result null.
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const sum_mod_propagator& other_sum_mod,
+                                                 const std::vector<unsigned int>& map,
+                                                 std::vector<unsigned int>& out) const;
+  // This sum with the variable of the equality replaced by its partner.
+  std::unique_ptr<constraint_propagator> combine_with_eq(const constraint_runtime_info& info,
+                                                         const std::vector<unsigned int>& map,
+                                                         std::vector<unsigned int>& out) const;
 
   int mod() const { return m_mod; }
   int result() const { return m_result; }

@@ -50,8 +50,8 @@ std::ostream& operator<<(std::ostream& os, const variable_printer& printer);
 
 class assignment_stack : private no_copy {
  public:
-  static const unsigned int NO_PREVIOUS_MODIFICATION = 0xFFFFFFFFu;
-  static const unsigned int MAX_MODIFICATION_ENTRIES = 4294967294u;
+  static constexpr unsigned int NO_PREVIOUS_MODIFICATION = 0xFFFFFFFFu;
+  static constexpr unsigned int MAX_MODIFICATION_ENTRIES = 4294967294u;
 
   struct variable_state {
     small_model::iset domain;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "impl/clause_data.h"
+#include "impl/disjunction_specification.h"
 #include "impl/utilities.h"
 
 namespace zelk {
@@ -279,6 +280,13 @@ bool clause_propagator::potentially_falsifying(const constraint_runtime_info& in
   const small_model::iset d = info.domain(param);
   const small_model::iset m = d & literals()[param];
   return !m.empty() && m != d;
+}
+
+bool clause_propagator::get_disjunction_specification(disjunction_specification& spec) const {
+  const literal_vector& own = literals();
+  spec.declare_literals(own.data(), unsigned(own.size()), 0);
+  spec.declare_constraint(nullptr, 0);
+  return true;
 }
 
 bool clause_propagator::may_combine(const constraint_propagator& other) const {

@@ -155,6 +155,8 @@ class clause_propagator : public constraint_propagator_from_algo<clause_propagat
                                                         std::vector<unsigned int>& kept) const override;
   bool potentially_falsifying(const constraint_runtime_info& info,
                               unsigned int param) const override;
+  // All literals, no base constraint.
+  bool get_disjunction_specification(disjunction_specification& spec) const override;
   // Clauses meet by resolution, not by combination: false against another clause;
   // otherwise the other constraint decides.
   bool may_combine(const constraint_propagator& other) const override;

@@ -10,7 +10,7 @@ namespace zelk {
 
 class conflict_constraint_dependency {
  public:
-  static const unsigned int ERASED = 0xFFFFFFFFu;
+  static constexpr unsigned int ERASED = 0xFFFFFFFFu;
 
   // Vectors are indexed by constraint index less `first`, the first learned one.
   explicit conflict_constraint_dependency(unsigned int first) : m_first(first) {}

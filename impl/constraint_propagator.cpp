@@ -4,6 +4,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "impl/comparison_propagators.h"
 #include "impl/explanation_generators.h"
 
 namespace zelk {
@@ -93,12 +94,17 @@ std::unique_ptr<constraint_propagator> constraint_propagator::new_propagator(
   return nullptr;
 }
 
-bool constraint_propagator::may_combine(const constraint_propagator&) const { return false; }
+// Any constraint can take an equality by substitution, which the equality does.
+bool constraint_propagator::may_combine(const constraint_propagator& other) const {
+  return dynamic_cast<const equal_propagator*>(&other) != nullptr;
+}
 
 std::unique_ptr<constraint_propagator> constraint_propagator::combine(
-    const constraint_runtime_info&, const constraint_propagator&, const constraint_runtime_info&,
-    const std::vector<unsigned int>&, unsigned int, std::vector<unsigned int>&) const {
-  return nullptr;
+    const constraint_runtime_info& info, const constraint_propagator& right,
+    const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
+    unsigned int pivot, std::vector<unsigned int>& out) const {
+  if (!dynamic_cast<const equal_propagator*>(&right)) return nullptr;
+  return combine_other_first(info, right, right_info, map, pivot, out);
 }
 
 std::unique_ptr<constraint_propagator> constraint_propagator::combine_other_first(

@@ -40,7 +40,7 @@ std::ostream& operator<<(std::ostream& os, propagation_types::result_type result
 class constraint_propagator : protected watch_types, public propagation_types {
  public:
   typedef std::vector<small_model::iset> literal_vector;
-  static const unsigned int ANY_NUMBER_OF_PARAMS = 0xFFFFFFFFu;
+  static constexpr unsigned int ANY_NUMBER_OF_PARAMS = 0xFFFFFFFFu;
 
   constraint_propagator() = default;
   constraint_propagator(const constraint_propagator&) = default;

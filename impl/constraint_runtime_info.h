@@ -24,7 +24,7 @@ namespace zelk {
 class constraint_runtime_info : protected watch_types, protected solver_types {
  public:
   enum queue_type { VARIABLE_QUEUE = 0, CONSTRAINT_QUEUE = 1 };
-  static const unsigned int NO_PARAM = 0xFFFFFFFFu;
+  static constexpr unsigned int NO_PARAM = 0xFFFFFFFFu;
 
   virtual ~constraint_runtime_info() = default;
 

@@ -14,9 +14,13 @@
 #include <new>
 #include <stdexcept>
 
+#include "impl/clause_data.h"
 #include "impl/clause_propagator.h"
 #include "impl/conflict_constraint_dependency.h"
 #include "impl/constraint_aged_info.h"
+#include "impl/explanation_generators.h"
+#include "impl/learned_type.h"
+#include "impl/proof_checker_visitor.h"
 #include "impl/proof_collector.h"
 #include "impl/timer.h"
 
@@ -138,8 +142,11 @@ const std::vector<small_model::iset>& solver::clause_literals(unsigned int const
 
 bool solver::want_proof() const { return m_proof_collector->want_proof(); }
 
-void solver::produce_proof(bool) {
-  m_proof_collector = std::make_unique<proof_collector_dummy>();
+void solver::produce_proof(bool produce) {
+  if (produce)
+    m_proof_collector = std::make_unique<zelk::proof_collector>(this);
+  else
+    m_proof_collector = std::make_unique<proof_collector_dummy>();
 }
 
 void solver::print_recent_proof(std::ostream& os) const { m_proof_collector->print_proof(os); }
@@ -500,8 +507,15 @@ void solver::manage_unsat() {
 }
 
 bool solver::is_correctly_unsat() const {
-  throw std::runtime_error(
-      "solver::is_correctly_unsat() works only when proof mechanism is activated");
+  // Qualified: inside solver, proof_collector names the accessor.
+  const zelk::proof_collector* collector =
+      dynamic_cast<const zelk::proof_collector*>(m_proof_collector.get());
+  if (collector == nullptr)
+    throw std::runtime_error(
+        "solver::is_correctly_unsat() works only when proof mechanism is activated");
+  proof_checker_visitor checker(*collector, m_proof_stream);
+  collector->traverse_proof(checker);
+  return checker.result();
 }
 
 void solver::forget_all_watches() {
@@ -910,14 +924,331 @@ void solver::advance_iteration_time(timer& t) {
 
 //==== learned-constraint store =========================================================
 
-void solver::remove_unused_conflict_constraints_maybe() {}
+unsigned int solver::insert_constraint(const learned_type& learned) {
+  std::unique_ptr<constraint_propagator> propagator;
+  if (learned.constraint())
+    propagator = learned.constraint()->clone();
+  else
+    propagator = std::make_unique<clause_propagator>(learned.literals());
+  const unsigned int index = num_constraints();
+  constraint_connectivity_info& info = add_constraint(std::move(propagator));
+  info.params().reserve(learned.nodes().size());
+  for (const assignment_stack::implication_node& node : learned.nodes()) info << node.variable;
+  if (m_searching && report_level > 0) {
+    std::cout << "Inserting ";
+    print_constraint(std::cout, index);
+    std::cout << "\n";
+  }
+  return index;
+}
+
+void solver::mark_used(unsigned int constraint) {
+  if (constraint < m_first_learned || !m_dependencies) return;
+  m_dependencies->mark_used(constraint, m_conflicts);
+}
+
+void solver::mark_dependency(unsigned int constraint, unsigned int depends_on) {
+  if (depends_on < m_first_learned || !m_dependencies) return;
+  m_dependencies->mark_dependency(constraint, depends_on);
+}
+
+void solver::remove_unused_conflict_constraints_maybe() {
+  const unsigned int c = m_conflicts;
+  if (erase_after_backtracks == 0 || c % erase_after_backtracks != 0 ||
+      c < keep_constraints_from_conflicts || !m_dependencies)
+    return;
+  std::vector<unsigned int> keep = m_stack.get_busy_constraints(m_first_learned);
+  const std::vector<unsigned int> active =
+      m_dependencies->active_constraints(c - keep_constraints_from_conflicts);
+  keep.insert(keep.end(), active.begin(), active.end());
+  for (const constraint_run_level& entry : m_dirty_learned_constraints)
+    keep.push_back(entry.constraint);
+  const std::vector<unsigned int> erase = m_dependencies->other_constraints(keep);
+  save_erased_prerequisites_for_proof(keep);
+  if (erase.empty()) return;
+  // Only the watch lists of the variables of removed constraints are visited.
+  std::vector<bool> touched(num_variables(), false);
+  for (unsigned int constraint : erase)
+    for (unsigned int var : m_connectivity[constraint].params()) touched[var] = true;
+  for (unsigned int constraint : erase) forget_conflict_constraint(constraint);
+  const auto removed = [this](const var_watchers_base::watcher_info_type& w) {
+    return w.constraint >= m_propagators.size() || !m_propagators[w.constraint];
+  };
+  for (unsigned int var = 0; var < touched.size(); ++var) {
+    if (!touched[var]) continue;
+    if (var < m_value_watchers.size()) m_value_watchers[var].deallocate_watches(removed);
+    if (var < m_event_watchers.size()) m_event_watchers[var].deallocate_watches(removed);
+  }
+}
+
+void solver::forget_conflict_constraint(unsigned int constraint) {
+  if (report_level > 1) std::cout << "removing rare conflict constraint[" << constraint << "]\n";
+  std::unique_ptr<constraint_propagator> victim = std::move(m_propagators[constraint]);
+  std::vector<unsigned int>().swap(m_connectivity[constraint].params());
+  victim.reset();
+  m_dependencies->erase_constraint(constraint);
+}
+
+void solver::forget_learned_constraints() {
+  if (m_first_learned == 0) return;
+  m_connectivity.resize(m_first_learned);
+  while (m_propagators.size() > m_first_learned) m_propagators.pop_back();
+}
+
+void solver::save_erased_prerequisites_for_proof(const std::vector<unsigned int>& kept) {
+  if (!want_proof()) return;
+  for (unsigned int constraint : m_dependencies->prerequisite_closure(kept)) {
+    if (!is_clause(constraint)) continue;
+    clause_data clause;
+    const std::vector<small_model::iset>& literals = clause_literals(constraint);
+    const std::vector<unsigned int>& params = m_connectivity[constraint].params();
+    for (unsigned int i = 0; i < params.size() && i < literals.size(); ++i)
+      clause.add(params[i], literals[i]);
+    m_proof_collector->save_clause(constraint, clause);
+  }
+}
 
 //==== conflict analysis ================================================================
 
 int solver::analyze_conflict(int& asserted) {
   asserted = -1;
-  if (m_stack.depth() == 0) return -1;
-  return int(m_stack.depth()) - 1;
+  const unsigned int depth = m_stack.depth();
+  if (depth == 0 && !want_proof()) return -1;
+  // Analysis sees the state before the failing propagator wrote anything.
+  m_stack.erase_conflicting_modifications(m_last_constraint);
+  learned_type learned(m_stack, *this);
+  if (!generate_conflict_constraint(learned)) return int(depth) - 1;
+  const int level = learned.asserting_level();
+  if (level >= 0 && should_intersect_with_ground) learned.intersect_with_ground();
+  asserted = int(insert_constraint(learned));
+  m_proof_collector->name_conflict_clause(unsigned(asserted));
+  if (depth == 0) return -1;
+  return find_backtrack_level(learned, level);
+}
+
+bool solver::generate_conflict_constraint(learned_type& learned) {
+  const unsigned int conflicting = m_last_constraint;
+  add_constraint_cost_to_variables(conflicting, m_stack.cost_increment(), nullptr);
+  learned.reset();
+  m_recent_conflict_variables.clear();
+  m_fallback_used = false;
+  const unsigned int n = num_constraints();
+  const unsigned int t = m_conflicts;
+  if (conflicting >= m_first_learned) m_dependencies->mark_used(conflicting, t);
+  m_dependencies->mark_used(n, t);
+  if (conflicting >= m_first_learned) m_dependencies->mark_dependency(conflicting, n);
+  m_connectivity[conflicting].increment_conflict_count();
+  const unsigned int entry = conflicting_modification_entry();
+  explanation_views views = get_constraint_explanation(
+      conflicting, constraint_runtime_info::NO_PARAM, small_model::iset(), entry);
+  collect_conflict_nodes(learned, views, conflicting, learned_type::POST_LAST_MODIFICATION);
+  const bool resolved = resolve_conflicting_implications(learned);
+  if (!m_fallback_used) ++m_non_fallback_learned;
+  if (resolved && learned.constraint() && !learned.owns_constraint()) {
+    // The analysis ended on a constraint the solver already has.
+    learned.convert_to_clause();
+    learned.relax_if_required();
+  }
+  return resolved;
+}
+
+unsigned int solver::conflicting_modification_entry() const {
+  const unsigned int n = m_stack.num_modifications();
+  if (n == 0) return 0;
+  if (m_stack.modification(n - 1).cause != int(m_last_constraint)) return n;
+  unsigned int first = n - 1;
+  while (first > 0 && m_stack.modification(first - 1).cause == int(m_last_constraint)) --first;
+  return first;
+}
+
+solver::explanation_views solver::get_constraint_explanation(unsigned int constraint,
+                                                              unsigned int param,
+                                                              const small_model::iset& literal,
+                                                              unsigned int entry) const {
+  static std::vector<small_model::iset> explanation;
+  explanation_views views;
+  const constraint_propagator& propagator = *m_propagators[constraint];
+  if (const clause_propagator* clause = dynamic_cast<const clause_propagator*>(&propagator)) {
+    views.explanation = &clause->literals();
+    return views;
+  }
+  const constraint_connectivity_info& info = m_connectivity[constraint];
+  const bool conflict = param == constraint_runtime_info::NO_PARAM;
+  const small_model::iset after =
+      conflict ? small_model::iset()
+               : m_stack.var_domain_after_modification(info.to_variable(param), entry);
+  const unsigned int count = info.conflict_count();
+  const unsigned int effort =
+      count > conflicts_before_boosting_effort ? count - conflicts_before_boosting_effort : 0;
+  constraint_aged_info view(info, m_stack, entry, effort);
+  view.set_use_ages(check_domain_ages);
+  const small_model::iset asked = augment_explanations ? literal : small_model::iset::full();
+  propagator.explain_propagation(conflict ? 0 : param, asked, after, view, explanation);
+  if (want_proof()) views.rule = propagator.rule(explanation);
+  if (report_level >= 2) report_explanation(std::cout, view, explanation);
+  views.explanation = &explanation;
+  return views;
+}
+
+void solver::collect_conflict_nodes(learned_type& learned, explanation_views& views,
+                                    unsigned int constraint, unsigned int time) {
+  m_proof_collector->record_conflict(constraint, *views.explanation, std::move(views.rule));
+  record_explanation_variables(m_connectivity[constraint], *views.explanation);
+  learned.construct_from(m_connectivity[constraint], *m_propagators[constraint],
+                         *views.explanation, time);
+}
+
+void solver::record_explanation_variables(const constraint_connectivity_info& info,
+                                          const std::vector<small_model::iset>& explanation) {
+  const std::size_t n = std::min<std::size_t>(info.arity(), explanation.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    if (explanation[i].empty()) continue;
+    const unsigned int var = info.to_variable(unsigned(i));
+    if (explanation[i].intersects(m_stack.var_domain_end_level(var, 0)))
+      m_recent_conflict_variables.push_back(var);
+  }
+}
+
+bool solver::resolve_conflicting_implications(learned_type& learned) {
+  unsigned int previous = assignment_stack::NO_PREVIOUS_MODIFICATION;
+  const unsigned int t = m_conflicts;
+  for (;;) {
+    if (learned.conflict_analysis_complete()) {
+      learned.add_vars_potentially_falsifying(m_recent_conflict_variables);
+      m_dependencies->compact_prerequisites(num_constraints());
+      return true;
+    }
+    const unsigned int i = learned.latest_node_index(constraint_runtime_info::NO_PARAM);
+    const unsigned int entry = learned.nodes()[i].modification;
+    const unsigned int variable = learned.nodes()[i].variable;
+    const int cause =
+        entry == assignment_stack::NO_PREVIOUS_MODIFICATION ? -1 : m_stack.modification(entry).cause;
+    if (cause < 0) {
+      // A decision, or a change with no constraint behind it: nothing to resolve with.
+      if (report_level >= 2) {
+        std::cout << "No cause for ";
+        m_stack.print_var_name(std::cout, variable);
+        std::cout << "\n";
+      }
+      return false;
+    }
+    if (unsigned(cause) >= m_first_learned) {
+      m_dependencies->mark_used(unsigned(cause), t);
+      m_dependencies->mark_dependency(unsigned(cause), num_constraints());
+    }
+    if (entry == previous) throw std::runtime_error("The conflict analysis loops infinitely");
+    resolve(learned, variable, unsigned(cause));
+    previous = entry;
+  }
+}
+
+void solver::resolve(learned_type& learned, unsigned int variable, unsigned int constraint) {
+  unsigned int param;
+  const std::vector<small_model::iset>* explanation;
+  if (!prepare_to_resolve(learned, variable, constraint, param, explanation)) return;
+  const unsigned int entry = learned.nodes()[learned.node_of(variable)].modification;
+  ++m_combines;
+  // A proof replays clauses only: while one is wanted, every step is a clause step.
+  if (combine_constraints && !want_proof() &&
+      learned.combine(*m_propagators[constraint], m_connectivity[constraint], param, entry)) {
+    ++m_non_fallback_combines;
+    return;
+  }
+  m_fallback_used = true;
+  learned.convert_to_clause();
+  resolve_clause(learned, m_connectivity[constraint], *explanation, param, entry);
+  record_explanation_variables(m_connectivity[constraint], *explanation);
+}
+
+bool solver::prepare_to_resolve(learned_type& learned, unsigned int variable,
+                                unsigned int constraint, unsigned int& param,
+                                const std::vector<small_model::iset>*& explanation) {
+  constraint_connectivity_info& info = m_connectivity[constraint];
+  info.increment_conflict_count();
+  const unsigned int node = learned.node_of(variable);
+  const unsigned int entry = learned.nodes()[node].modification;
+  if (report_level >= 2) report_resolution_start(std::cout, learned, constraint, entry);
+  const std::vector<unsigned int>& params = info.params();
+  const auto it = std::find(params.begin(), params.end(), variable);
+  param = it == params.end() ? constraint_runtime_info::NO_PARAM : unsigned(it - params.begin());
+  learned.update_explanation();
+  const small_model::iset literal = node < learned.literals().size()
+                                        ? learned.literals()[node]
+                                        : small_model::iset::full();
+  explanation_views views = get_constraint_explanation(constraint, param, literal, entry);
+  explanation = views.explanation;
+  add_constraint_cost_to_variables(constraint, m_stack.cost_increment(), explanation);
+  if (param == constraint_runtime_info::NO_PARAM || param >= explanation->size() ||
+      !(*explanation)[param].intersects(m_stack.var_domain_after_modification(variable, entry)))
+    return false;
+  m_proof_collector->record_resolution(constraint, *explanation, int(variable),
+                                       std::move(views.rule));
+  if (report_level >= 2) {
+    std::cout << "with pivot ";
+    m_stack.print_var_name(std::cout, variable);
+    std::cout << "\n";
+  }
+  return true;
+}
+
+void solver::resolve_clause(learned_type& learned, const constraint_connectivity_info& info,
+                            const std::vector<small_model::iset>& explanation, unsigned int param,
+                            unsigned int entry) const {
+  const unsigned int n = std::min<unsigned int>(info.arity(), unsigned(explanation.size()));
+  for (unsigned int p = 0; p < n; ++p) {
+    if (p == param || explanation[p].empty()) continue;
+    const unsigned int w = info.to_variable(p);
+    learned.insert_literal(explanation[p], w, m_stack.var_modification_entry_before(w, entry));
+    relax(learned, learned.node_of(w));
+  }
+  // The resolution proper: x in S and x in E give x in S intersected with E.
+  const unsigned int x = info.to_variable(param);
+  const unsigned int position = learned.nodes()[learned.node_of(x)].modification;
+  const bool survived = learned.intersect_literal(
+      explanation[param], x, m_stack.var_modification_entry_before(x, position));
+  if (relax_conflict_cause) learned.relax_cause();
+  if (survived) relax(learned, learned.node_of(x));
+  if (report_level >= 2) std::cout << "consequent: " << learned << "\n\n";
+}
+
+void solver::relax(learned_type& learned, unsigned int node) const {
+  if (node >= learned.nodes().size()) return;
+  if (relaxation_mode == 1)
+    learned.relax_level(node, learned.literals()[node]);
+  else if (relaxation_mode >= 2)
+    learned.relax(node, learned.literals()[node]);
+}
+
+int solver::find_backtrack_level(const learned_type& learned, int asserting_level) const {
+  if (learned.nodes().empty()) return -1;
+  if (learned.nodes().size() > max_conflict_clause ||
+      unsigned(asserting_level) < opportunistic_threshold)
+    return asserting_level;
+  const int opportunistic = learned.opportunistic_level();
+  if (unsigned(asserting_level - opportunistic) >= opportunistic_threshold) return opportunistic;
+  return asserting_level;
+}
+
+void solver::report_explanation(std::ostream& os, const constraint_runtime_info& info,
+                                const std::vector<small_model::iset>& explanation) const {
+  os << "Explanation:" << "[";
+  bool first = true;
+  for (unsigned int i = 0; i < explanation.size() && i < info.arity(); ++i) {
+    if (explanation[i].empty()) continue;
+    if (!first) os << ", ";
+    first = false;
+    info.print_param(os, i);
+    literal_data::print_right_hand_side(os, explanation[i]);
+  }
+  os << "]\n";
+}
+
+void solver::report_resolution_start(std::ostream& os, const learned_type& learned,
+                                     unsigned int constraint, unsigned int entry) const {
+  os << "resolving constraint " << learned << "\nwith ";
+  constraint_aged_info view(m_connectivity[constraint], m_stack, entry, 0);
+  m_propagators[constraint]->print(os, &view);
+  os << "\n";
 }
 
 }  // namespace zelk

@@ -54,7 +54,7 @@ class solver : private solver_types, private no_copy, private watch_types {
     const char* what() const noexcept override { return "timeout exception"; }
   };
 
-  static const unsigned int UNINITIALIZED_LEVEL = 0xFFFFFFFFu;
+  static constexpr unsigned int UNINITIALIZED_LEVEL = 0xFFFFFFFFu;
 
   // A learned constraint waiting to run (again) after a jump: the level at which it
   // last ran (UNINITIALIZED_LEVEL: not yet) and its index.

@@ -1,8 +1,155 @@
-// Placeholder of the OPB reader.
+// The OPB model of one file and its translation into solver objects, and the
+// constructor of opb_solver that reads a file with the generated scanner and parser.
 #include "opb/opb_context.h"
 
-opb_solver::opb_solver(std::istream&, const std::string&, const zelk::zelk_flags& flags,
-                       zelk::table_propagator_base::memory_manager&) {
-  flags.apply(*this);
-  throw zelk::AST_builder::unsupported("OPB input is not supported by this version of zelk");
+#include <cstdlib>
+#include <iostream>
+#include <new>
+#include <stdexcept>
+
+#include "impl/arithmetic_propagators.h"
+#include "impl/small_iset.h"
+#include "opb_parser.hpp"
+
+// The generated reentrant scanner (opb.ll).
+int zelk_opb_lex_init_extra(zelk::opb::context* extra, void** scanner);
+int zelk_opb_lex_destroy(void* scanner);
+
+namespace zelk {
+namespace opb {
+
+context::context(solver& s, std::istream& in, const std::string& file_name)
+    : m_input(in), m_file_name(file_name), m_solver(s) {
+  m_location = std::make_unique<yy::location>(&m_file_name);
+  m_input.unsetf(std::ios::skipws);
+  if (zelk_opb_lex_init_extra(this, &m_scanner) != 0) throw std::bad_alloc();
 }
+
+context::~context() {
+  zelk_opb_lex_destroy(m_scanner);
+  for (const conjunction_hash_entry& entry : m_conjunctions) delete entry.conj;
+}
+
+std::size_t context::read_input(char* buf, std::size_t max_size) {
+  if (!m_input.good()) return 0;
+  m_input.read(buf, std::streamsize(max_size));
+  return std::size_t(m_input.gcount());
+}
+
+//==== called by the grammar ========================================================
+
+const variable& context::get_variable(char* name) {
+  if (name == nullptr) throw std::bad_alloc();
+  const auto found = m_variables.find(static_cast<const char*>(name));
+  if (found != m_variables.end()) {
+    std::free(name);
+    return *found;
+  }
+  return *m_variables.emplace(variable(name)).first;
+}
+
+conjunction* context::record_unique_conjunction(conjunction* c) {
+  c->normalize();
+  const conjunction_hash_entry entry{c->hash(), c};
+  const auto found = m_conjunctions.find(entry);
+  if (found != m_conjunctions.end()) {
+    delete c;
+    return found->conj;
+  }
+  m_conjunctions.insert(entry);
+  return c;
+}
+
+void context::add_constraint(constraint* c) {
+  std::unique_ptr<constraint> owned(c);
+  owned->normalize(*this);
+  m_constraints.push_back(std::move(owned));
+}
+
+void context::set_objective(expression* e, direction d) {
+  m_objective.reset(e);
+  m_direction = d;
+  if (m_solver.report_level >= 2) std::cout << "objective[" << *e << "].normalize()\n";
+}
+
+//==== model building ===============================================================
+
+bool context::build_solver() {
+  for (const variable& v : m_variables) v.associate(m_solver);
+  m_solver.reported_variable_count = unsigned(m_variables.size());
+  for (const std::unique_ptr<constraint>& c : m_constraints)
+    if (!c->apply(*this)) return false;
+  if (!m_objective) return true;
+  // A term over one negative literal is worth its coefficient when the variable is
+  // 0: as the negated term over the positive literal, its atom variable gets the
+  // values (c, 0) instead of following the literal's own variable.
+  m_objective->make_single_literals_positive(*this);
+  if (m_direction == MINIMIZE) return connect_minimization();
+  const unsigned int v =
+      m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND, "max::objective");
+  m_objective_variable = v;
+  m_solver.objective_variable = int(v);
+  m_solver.minimize = false;
+  return true;
+}
+
+bool context::connect_minimization() {
+  // min e = -(max -e). No variable holds a value below 0, so only an objective
+  // whose coefficients are all 0 gets through; any other raises the range error.
+  m_objective->negate_coefficients();
+  const unsigned int n = m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND,
+                                                              "max::neg::objective");
+  m_objective->negate_coefficients();
+  const small_model::iset negated = m_solver.stack().domain(n);
+  small_model::iset domain;
+  domain.insert(small_iset::value_range_type(-negated.max(), -negated.min()));
+  const unsigned int v = m_solver.add_var(domain, "min::objective");
+  m_solver.add_constraint(std::make_unique<neg_propagator>()) << n << v;
+  m_objective_variable = v;
+  m_solver.objective_variable = int(v);
+  m_solver.minimize = true;
+  return true;
+}
+
+//==== solutions ====================================================================
+
+int context::evaluate_objective() const {
+  return m_objective ? m_objective->evaluate(m_solver) : 0;
+}
+
+void context::print_solution(std::ostream& out) const {
+  std::cout << "v ";
+  for (const variable& v : m_variables)
+    out << " " << (m_solver.stack().domain(v.solver_variable()).min() == 0 ? "-" : "")
+        << v.name();
+  out << std::endl;
+}
+
+}  // namespace opb
+}  // namespace zelk
+
+//==== opb_solver ==================================================================
+
+opb_solver::opb_solver(std::istream& in, const std::string& name, const zelk::zelk_flags& flags,
+                       zelk::table_propagator_base::memory_manager&)
+    : m_context(*this, in, name) {
+  yy::opb_parser parser(m_context);
+  flags.apply(*this);
+  if (m_context.trace_parsing()) {
+    parser.set_debug_level(1);
+    parser.set_debug_stream(std::cout);
+  }
+  if (parser.parse() != 0) throw std::runtime_error(name + ": Parsing failed");
+  if (!m_context.build_solver()) {
+    // Any constraint has a variable, so variable 0 exists here; the guard only
+    // keeps the answer UNSAT should that ever change.
+    if (num_variables() == 0)
+      add_var(zelk::small_model::iset());
+    else
+      set_var_domain(0, zelk::small_model::iset(), -1);
+  }
+}
+
+void opb_solver::print_solution(std::ostream& out) const { m_context.print_solution(out); }
+
+int opb_solver::evaluate_objective() const { return m_context.evaluate_objective(); }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "impl/clause_propagator.h"
+#include "impl/comparison_propagators.h"
 #include "impl/constraint_explicit_info.h"
 #include "impl/int128.h"
 
@@ -651,14 +652,28 @@ TEST(arithmetic_propagators, simplification_on_fixed_parameters) {
 
   // Nothing fixed, gcd 1: nothing to simplify.
   EXPECT_FALSE(sum.intersect_with(make_view({iset("0:5"), iset("0:5")}), kept));
-  // r >= x + y with y = 3: r - x >= 3.
+  // r >= x + y with y = 3: the difference r - x >= 3.
   const greater_equal_sum_propagator ge;
   std::unique_ptr<constraint_propagator> diff =
       ge.intersect_with(make_view({iset("0:9"), iset("0:9"), iset("3")}), kept);
   ASSERT_TRUE(diff);
   std::ostringstream text;
   diff->print(text, nullptr);
-  EXPECT_EQ(text.str(), "(P0-P1>=3)");
+  EXPECT_EQ(text.str(), "diff_ge_3");
+  EXPECT_EQ(kept, (std::vector<unsigned>{0, 1}));
+  // r <= x + y with x = 2: -r + y >= -2 turns round into y - r >= -2.
+  const less_equal_sum_propagator le;
+  diff = le.intersect_with(make_view({iset("0:9"), iset("2"), iset("0:9")}), kept);
+  ASSERT_TRUE(diff);
+  text.str("");
+  diff->print(text, nullptr);
+  EXPECT_EQ(text.str(), "diff_ge_minus_2");
+  EXPECT_EQ(kept, (std::vector<unsigned>{2, 0}));
+  // 2x - 2y >= 3 normalises to x - y >= 2.
+  diff = linear_combination_ge_propagator(3, {2, -2})
+             .intersect_with(make_view({iset("0:9"), iset("0:9")}), kept);
+  ASSERT_TRUE(diff);
+  EXPECT_EQ(dynamic_cast<difference_ge_propagator&>(*diff).constant(), 2);
   EXPECT_EQ(kept, (std::vector<unsigned>{0, 1}));
   EXPECT_FALSE(ge.intersect_with(make_view({iset("0:9"), iset("0:9")}), kept));
 }

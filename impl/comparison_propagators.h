@@ -1,0 +1,166 @@
+// The small propagators that compare parameters:
+//
+//   equal_propagator          x = y                                (x, y)
+//   difference_ge_propagator  x - y >= c                           (x, y)
+//   is_equal_propagator       b = 1 exactly when x = y, else b = 0 (b, x, y)
+//   if_then_else_propagator   r = t when c = 1, r = e when c = 0   (r, c, t, e)
+//
+// The difference is the workhorse of combination: conflict analysis eliminates a
+// variable between two differences (transitivity, a - b >= c0 and b - z >= c1 give
+// a - z >= c0 + c1) or disjoins two of them, without falling back on clauses. The
+// equality combines by substitution: it rewrites the other constraint on the
+// partner variable. The algebra of the literal side of a combination is in
+// impl/disjunction_specification.h.
+#ifndef ZELK_IMPL_COMPARISON_PROPAGATORS_H
+#define ZELK_IMPL_COMPARISON_PROPAGATORS_H
+
+#include <iosfwd>
+#include <memory>
+#include <vector>
+
+#include "impl/constraint_propagator.h"
+#include "impl/constraint_runtime_info.h"
+#include "impl/explanation_generators.h"
+#include "impl/small_iset.h"
+
+namespace zelk {
+
+class disjunction_specification;
+
+// x = y. Never VALID: the equality stays live until backtracking, so that a
+// later reduction of either side reaches the other.
+class equal_propagator : public tight1_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 2; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  std::unique_ptr<constraint_propagator> new_propagator(
+      const disjunction_specification& spec, std::vector<unsigned int>& params) const override;
+  // Substitution works on anything.
+  bool may_combine(const constraint_propagator& other) const override;
+  // `right` with the pivot replaced by its partner in the equality. Returned only
+  // when the rewritten constraint fails on the domains of the two views (the
+  // pivot's domain taken from the partner); null when the partner already occurs
+  // in `right`.
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const constraint_propagator& right,
+                                                 const constraint_runtime_info& right_info,
+                                                 const std::vector<unsigned int>& map,
+                                                 unsigned int pivot,
+                                                 std::vector<unsigned int>& out) const override;
+};
+
+// x - y >= c. Domain consistent: only max(x) bounds y and only min(y) bounds x.
+class difference_ge_propagator : public tight_constraint_propagator {
+ public:
+  // The explanation x > t or y <= t - c, kept by the proof as two numbers.
+  class diff_ge_rule : public explanation_rule {
+   public:
+    diff_ge_rule(int constant, int bound) : m_constant(constant), m_bound(bound) {}
+    std::unique_ptr<explanation_rule> clone() const override;
+    void get_explanation(std::vector<small_model::iset>& explanation) const override;
+    // "DIFF_GE_" c "(" t ")", a negative c as "minus_" and its absolute value.
+    void print(std::ostream& os, const variable_print_strategy& strategy,
+               const std::vector<unsigned int>& variables) const override;
+    int constant() const { return m_constant; }
+    int bound() const { return m_bound; }
+
+   private:
+    int m_constant;
+    int m_bound;
+  };
+
+  explicit difference_ge_propagator(int constant) : m_constant(constant) {}
+
+  unsigned int count_params() const override { return 2; }
+  // Bound watches only: the upper bound of x and the lower bound of y are all
+  // that can tighten the other side.
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<explanation_rule> rule(const literal_vector& explanation) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  // With a fixed side the difference is a unary bound: simplified as x - y >= c.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+
+  // ---- combination --------------------------------------------------------
+  bool get_disjunction_specification(disjunction_specification& spec) const override;
+  // Either difference: the weaker one on the same variables, or else the other
+  // one replaced by its explanation clause when it is false on its domains.
+  bool disjoin_constraint(const disjunction_specification& left,
+                          const disjunction_specification& right,
+                          disjunction_specification& result) const override;
+  bool disjoin_incompatible_constraint(const disjunction_specification& left,
+                                       const disjunction_specification& right,
+                                       disjunction_specification& result) const;
+  // Eliminates pivot between this difference (the base of left) and the
+  // difference at the base of right.
+  bool combine_base_constraints(const disjunction_specification& left,
+                                const disjunction_specification& right, unsigned int pivot,
+                                disjunction_specification& result) const override;
+  // a - b >= c0 and b - a >= c1 (c0 is this constant).
+  bool combine_circular_pivot(const disjunction_specification& left,
+                              const disjunction_specification& right, int right_constant,
+                              disjunction_specification& result) const;
+  // a - p >= c0 (this, the base of left) and p - z >= c1 (the base of right).
+  bool combine_middle_pivot(const disjunction_specification& left,
+                            const disjunction_specification& right, int right_constant,
+                            disjunction_specification& result) const;
+  std::unique_ptr<constraint_propagator> new_propagator(
+      const disjunction_specification& spec, std::vector<unsigned int>& params) const override;
+  bool may_combine(const constraint_propagator& other) const override;
+  static bool may_combine_diff_ge_propagator(const constraint_propagator& other);
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const constraint_propagator& right,
+                                                 const constraint_runtime_info& right_info,
+                                                 const std::vector<unsigned int>& map,
+                                                 unsigned int pivot,
+                                                 std::vector<unsigned int>& out) const override;
+
+  int constant() const { return m_constant; }
+
+ private:
+  int m_constant;
+};
+
+// b = (x = y): b is 1 exactly when x equals y, 0 exactly when they differ.
+class is_equal_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // b fixed to 1: x = y. Stays CONSISTENT even on equal single values.
+  [[nodiscard]] static result_type propagate_equal(constraint_runtime_info& info);
+  // b fixed to 0: a single value on one side leaves the other.
+  [[nodiscard]] static result_type propagate_diff(constraint_runtime_info& info);
+};
+
+// r = (c ? t : e), c in 0..1.
+class if_then_else_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 4; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // c fixed to 1: r = t.
+  [[nodiscard]] static result_type propagate_then(constraint_runtime_info& info);
+  // c fixed to 0: r = e.
+  [[nodiscard]] static result_type propagate_else(constraint_runtime_info& info);
+};
+
+}  // namespace zelk
+
+#endif

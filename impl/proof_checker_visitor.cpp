@@ -1,0 +1,109 @@
+// Independent check of each step of a replayed refutation. The resolvent is
+// computed here anew, not through proof_collector::resolve, so that a fault in
+// the collector's resolution cannot hide itself.
+#include "impl/proof_checker_visitor.h"
+
+#include <ostream>
+
+#include "impl/solver.h"
+
+namespace zelk {
+
+std::ostream* proof_checker_visitor::complain() {
+  m_result = false;
+  return m_complaints;
+}
+
+void proof_checker_visitor::visit_clause(int id, const clause_data& clause, bool must_match) {
+  const std::map<int, clause_data>::const_iterator it = m_known.find(id);
+  if (it != m_known.end()) {
+    if (!it->second.equivalent(clause)) {
+      if (std::ostream* os = complain())
+        *os << "clause[" << id << "] " << "has different literals than previously\n";
+    }
+    return;
+  }
+  if (!m_collector->is_explanation_clause(id) && !must_match) {
+    m_known.emplace(id, clause);
+    return;
+  }
+  clause_data recorded;
+  m_collector->get_clause(id, recorded);
+  if (!recorded.equivalent(clause)) {
+    if (std::ostream* os = complain())
+      *os << "clause[" << id << "] " << "has different literals than passed by "
+          << "the proof algorithm\n";
+  }
+  m_known.emplace(id, clause);
+}
+
+void proof_checker_visitor::visit_explanation(int id) {
+  clause_data clause;
+  m_collector->get_clause(id, clause);
+  m_known.insert_or_assign(id, std::move(clause));
+}
+
+void proof_checker_visitor::visit_resolution(unsigned int pivot, int left_id,
+                                             const clause_data& left, int right_id,
+                                             const clause_data& right, int result_id,
+                                             const clause_data& result) {
+  visit_clause(left_id, left, true);
+  visit_clause(right_id, right, true);
+  visit_clause(result_id, result, false);
+  // (pivot in A or P) and (pivot in B or Q) give (pivot in A and B, or P, or Q),
+  // where A and B are the unions of all pivot literals of each side.
+  clause_data expected;
+  expected.reserve(left.size() + right.size() + 1);
+  small_model::iset a;
+  small_model::iset b;
+  for (const literal_data& l : left) {
+    if (l.variable == pivot)
+      a |= l.set;
+    else
+      expected.add(l);
+  }
+  for (const literal_data& l : right) {
+    if (l.variable == pivot)
+      b |= l.set;
+    else
+      expected.add(l);
+  }
+  expected.add(pivot, a & b);
+  if (!expected.equivalent(result)) {
+    if (std::ostream* os = complain())
+      *os << "Resolution between clause[" << left_id << "] and clause[" << right_id
+          << "] gave wrong clause[" << result_id << "]\n";
+  }
+}
+
+void proof_checker_visitor::visit_initial_resolution(unsigned int variable,
+                                                     const small_model::iset& initial, int id,
+                                                     const clause_data& clause, int result_id,
+                                                     const clause_data& result) {
+  visit_clause(id, clause, true);
+  visit_clause(result_id, result, false);
+  // Variables are named as in the proof text, so that a complaint can be found there.
+  const variable_print_strategy& names = m_collector->get_solver().stack().print_strategy();
+  clause_data rest(clause);
+  clause_data::literal_vector& literals = rest.literals();
+  for (std::size_t i = literals.size(); i-- > 0;) {
+    if (literals[i].variable != variable) continue;
+    if (!(literals[i].set & initial).empty()) {
+      if (std::ostream* os = complain()) {
+        *os << "Resolution of clause[" << id << "] with initial domain of ";
+        names.print(*os, variable);
+        *os << " does not empty the domain\n";
+      }
+    }
+    literals.erase(literals.begin() + std::ptrdiff_t(i));
+  }
+  if (!rest.equivalent(result)) {
+    if (std::ostream* os = complain()) {
+      *os << "Resolution of clause[" << id << "] with initial domain of ";
+      names.print(*os, variable);
+      *os << " is different than passed clause[" << result_id << "]\n";
+    }
+  }
+}
+
+}  // namespace zelk

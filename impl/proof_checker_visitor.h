@@ -1,0 +1,52 @@
+// The check of an UNSAT answer (option -V): every step of the replayed
+// refutation is verified on its own. Each resolvent and each initial-domain step
+// must follow from its premises, each premise must be the clause the solver holds
+// or held, and each id must keep one meaning throughout. Explanations are taken
+// from the collector as they are; they are not checked against their constraints.
+//
+// The checker never throws on a bad proof: it clears its verdict, writes one
+// complaint per fault and goes on, so one run lists every fault it finds.
+#ifndef ZELK_IMPL_PROOF_CHECKER_VISITOR_H
+#define ZELK_IMPL_PROOF_CHECKER_VISITOR_H
+
+#include <iosfwd>
+#include <map>
+
+#include "impl/clause_data.h"
+#include "impl/proof_collector.h"
+
+namespace zelk {
+
+class proof_checker_visitor : public proof_visitor {
+ public:
+  // `complaints` may be null: the verdict alone.
+  proof_checker_visitor(const proof_collector& collector, std::ostream* complaints)
+      : m_collector(&collector), m_complaints(complaints) {}
+
+  void visit_explanation(int id) override;
+  void visit_resolution(unsigned int pivot, int left_id, const clause_data& left, int right_id,
+                        const clause_data& right, int result_id,
+                        const clause_data& result) override;
+  void visit_initial_resolution(unsigned int variable, const small_model::iset& initial, int id,
+                                const clause_data& clause, int result_id,
+                                const clause_data& result) override;
+
+  // True while no fault has been found.
+  [[nodiscard]] bool result() const { return m_result; }
+
+ private:
+  // A clause met under `id`: it must agree with what the id meant before, and a
+  // premise (`must_match`) or explanation met for the first time must agree with
+  // the collector's clause. A new resolvent is learned as it is.
+  void visit_clause(int id, const clause_data& clause, bool must_match);
+  std::ostream* complain();
+
+  std::map<int, clause_data> m_known;
+  const proof_collector* m_collector;
+  bool m_result = true;
+  std::ostream* m_complaints;
+};
+
+}  // namespace zelk
+
+#endif

@@ -1,0 +1,76 @@
+/* Scanner of the OPB format: reentrant, prefix zelk_opb_, reading from the
+   context's stream and keeping line and column in the context's location.
+   "*" starts a comment up to the end of the line (products are written by
+   juxtaposition, so "*" is never an operator); an unterminated block comment
+   gives the token ERR, which no rule accepts. */
+%{
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <new>
+#include <stdexcept>
+
+#include "opb/opb_context.h"
+#include "opb_parser.hpp"
+
+#define YY_DECL yy::opb_parser::symbol_type zelk_opb_lex(yyscan_t yyscanner)
+#define YY_INPUT(buf, result, max_size) \
+  result = yyget_extra(yyscanner)->read_input(buf, std::size_t(max_size))
+#define YY_USER_ACTION loc.columns(int(yyleng));
+#define YY_FATAL_ERROR(msg) zelk_opb_fatal_error(msg, yyscanner)
+
+[[noreturn]] static void zelk_opb_fatal_error(const char* message, void* scanner);
+%}
+
+%option prefix="zelk_opb_"
+%option reentrant
+%option extra-type="zelk::opb::context*"
+%option noyywrap nounput noinput batch never-interactive
+%option nounistd
+
+%x COMMENT
+
+%%
+
+%{
+  yy::location& loc = yyextra->location();
+  loc.step();
+%}
+
+[0-9]+                  {
+                          // Saturated: a larger number is as unusable as INT_MAX.
+                          const long value = std::strtol(yytext, nullptr, 10);
+                          return yy::opb_parser::make_INTEGER(value > INT_MAX ? INT_MAX : int(value), loc);
+                        }
+"min"                   { return yy::opb_parser::make_MIN(loc); }
+"max"                   { return yy::opb_parser::make_MAX(loc); }
+[A-Za-z_][A-Za-z0-9_]*  {
+                          char* name = strdup(yytext);
+                          if (name == nullptr) throw std::bad_alloc();
+                          return yy::opb_parser::make_IDENTIFIER(name, loc);
+                        }
+[ \t\r]+                { loc.step(); }
+\n+                     { loc.lines(int(yyleng)); loc.step(); }
+"<="                    { return yy::opb_parser::make_LE(loc); }
+">="                    { return yy::opb_parser::make_GE(loc); }
+"*".*                   { loc.step(); }
+"/*"                    { BEGIN(COMMENT); }
+.                       {
+                          return yy::opb_parser::symbol_type(
+                              int(static_cast<unsigned char>(yytext[0])), loc);
+                        }
+<INITIAL><<EOF>>         { return yy::opb_parser::make_END(loc); }
+
+<COMMENT>"*/"           { BEGIN(INITIAL); loc.step(); }
+<COMMENT>[^*\n]+        { loc.step(); }
+<COMMENT>"*"            { loc.step(); }
+<COMMENT>\n+            { loc.lines(int(yyleng)); loc.step(); }
+<COMMENT><<EOF>>        { return yy::opb_parser::make_ERR(loc); }
+
+%%
+
+static void zelk_opb_fatal_error(const char* message, void* scanner) {
+  std::cerr << yyget_extra(scanner)->location() << ":" << message << std::endl;
+  throw std::runtime_error(message);
+}

@@ -1,0 +1,496 @@
+// Recording and replay of proofs: hand-made analyses over a small solver, the
+// proof text, clause lookup by id (live, saved, explanation), the resolvent, and
+// the errors of missing records.
+#include "impl/proof_collector.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "impl/clause_propagator.h"
+#include "impl/explanation_generators.h"
+#include "impl/proof_print_visitor.h"
+#include "impl/solver.h"
+
+namespace zelk {
+
+// Empties the slot of a constraint as the erasure of learned constraints does.
+struct solver_test_access {
+  static void erase(solver& s, unsigned int constraint) { s.m_propagators[constraint].reset(); }
+};
+
+namespace {
+
+using iset = small_model::iset;
+
+iset S(std::initializer_list<int> values) {
+  iset s;
+  for (int v : values) s.insert(v);
+  return s;
+}
+iset at_least(int k) { return iset::clipped_range(k, 31); }
+iset at_most(int k) { return iset::clipped_range(0, k); }
+
+// A constraint that is not a clause; the proof sees it only through explanations.
+class opaque_probe : public constraint_propagator {
+ public:
+  result_type propagate(constraint_runtime_info&) override { return CONSISTENT; }
+  bool conflicts(const constraint_runtime_info&) const override { return false; }
+  bool constraint_check(const constraint_runtime_info&) const override { return true; }
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<opaque_probe>(*this);
+  }
+};
+
+// An explanation in compact form: a fixed vector of sets.
+class fixed_rule : public explanation_rule {
+ public:
+  explicit fixed_rule(std::vector<iset> sets) : m_sets(std::move(sets)) {}
+  std::unique_ptr<explanation_rule> clone() const override {
+    return std::make_unique<fixed_rule>(*this);
+  }
+  void get_explanation(std::vector<iset>& explanation) const override { explanation = m_sets; }
+  void print(std::ostream& os, const variable_print_strategy& strategy,
+             const std::vector<unsigned int>& variables) const override {
+    os << "fixed(";
+    for (std::size_t i = 0; i < variables.size(); ++i) {
+      if (i) os << ",";
+      strategy.print(os, variables[i]);
+    }
+    os << ")";
+  }
+
+ private:
+  std::vector<iset> m_sets;
+};
+
+// Variables of the refutation model.
+constexpr unsigned int X = 0, Y = 1, Z = 2, W = 3;
+
+clause_data make(std::initializer_list<literal_data> literals) {
+  clause_data c;
+  for (const literal_data& l : literals) c.add(l);
+  return c;
+}
+
+// The clause as written, literal order included: variable 0 is x, 1 is y, 2 is z.
+std::string text(const clause_data& c) {
+  class letters : public variable_print_strategy {
+   public:
+    void print(std::ostream& os, unsigned int variable) const override {
+      os << char('x' + variable);
+    }
+  };
+  std::ostringstream os;
+  c.print(os, letters());
+  return os.str();
+}
+
+// x, y, w in 0..3, z in 0..1 and four model constraints:
+//   0: clause [w<=2, y>=2]        1: clause [x>=2, y>=2, w=3]
+//   2: opaque over (z, y, w, x)   3: opaque over (w, x, y)
+// The refutation fed by record_refutation learns 4 = [y>=2] from 1, the
+// explanation of 3 and 0, then 5 = [x>=5, z>=5] from the rule of 2 and 4; the
+// initial domains of z and x finish it.
+struct refutation_model {
+  refutation_model() {
+    s.add_var(at_most(3), "x");
+    s.add_var(at_most(3), "y");
+    s.add_var(at_most(1), "z");
+    s.add_var(at_most(3), "w");
+    s.add_constraint(std::make_unique<clause_propagator>(
+        std::initializer_list<iset>{at_most(2), at_least(2)})) << W << Y;
+    s.add_constraint(std::make_unique<clause_propagator>(
+        std::initializer_list<iset>{at_least(2), at_least(2), S({3})})) << X << Y << W;
+    s.add_constraint(std::make_unique<opaque_probe>()) << Z << Y << W << X;
+    s.add_constraint(std::make_unique<opaque_probe>()) << W << X << Y;
+    s.produce_proof(true);
+    collector = &dynamic_cast<proof_collector&>(s.proof_collector());
+  }
+
+  void add_learned(std::initializer_list<iset> literals, std::initializer_list<unsigned> vars) {
+    constraint_connectivity_info& info =
+        s.add_constraint(std::make_unique<clause_propagator>(literals));
+    for (unsigned int v : vars) info << v;
+  }
+
+  void learn_first() {
+    collector->record_conflict(1, s.clause_literals(1), nullptr);
+    collector->record_resolution(3, {iset(), at_most(1), at_least(2)}, int(X), nullptr);
+    collector->record_resolution(0, s.clause_literals(0), int(W), nullptr);
+    collector->name_conflict_clause(4);
+  }
+  void learn_second() {
+    collector->record_conflict(
+        2, {}, std::make_unique<fixed_rule>(std::vector<iset>{at_least(5), at_most(1), iset(),
+                                                               at_least(5)}));
+    collector->record_resolution(4, {at_least(2)}, int(Y), nullptr);
+    collector->name_conflict_clause(5);
+  }
+  void record_refutation() {
+    learn_first();
+    add_learned({at_least(2)}, {Y});
+    learn_second();
+    add_learned({at_least(5), at_least(5)}, {X, Z});
+    collector->prepare_to_print();
+  }
+
+  std::string proof_text() const {
+    std::ostringstream os;
+    collector->print_proof(os);
+    return os.str();
+  }
+
+  solver s;
+  proof_collector* collector = nullptr;
+};
+
+const char* const REFUTATION_TEXT =
+    "constraint[3] (w,x,y)\n"
+    "consequent: [-1] [y>=2, x<=1]\n"
+    "\n"
+    "resolve[x] [1] [x>=2, y>=2, w=3] with [-1] [y>=2, x<=1]\n"
+    "consequent: [-3] [y>=2, w=3]\n"
+    "\n"
+    "resolve[w] [-3] [y>=2, w=3] with [0] [w<=2, y>=2]\n"
+    "consequent: [4] [y>=2]\n"
+    "\n"
+    "rule fixed(z,y,w,x): constraint[2] (z,y,w,x)\n"
+    "consequent: [-2] [z>=5, y<=1, x>=5]\n"
+    "\n"
+    "resolve[y] [-2] [z>=5, y<=1, x>=5] with [4] [y>=2]\n"
+    "consequent: [5] [x>=5, z>=5]\n"
+    "\n"
+    "resolve[z] [5] [x>=5, z>=5] with initial domain (z:{0,1})\n"
+    "consequent: [-4] [x>=5]\n"
+    "\n"
+    "resolve[x] [-4] [x>=5] with initial domain (x:{0:3})\n"
+    "consequent: [-5] []\n"
+    "\n";
+
+TEST(proof_collector, prints_the_refutation_with_prerequisites_first) {
+  refutation_model m;
+  m.record_refutation();
+  EXPECT_EQ(m.proof_text(), REFUTATION_TEXT);
+  // A replay leaves no state behind: the same ids come out again.
+  EXPECT_EQ(m.proof_text(), REFUTATION_TEXT);
+}
+
+TEST(proof_collector, erased_learned_constraints_replay_from_saved_clauses) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  m.learn_first();
+  m.add_learned({at_least(2)}, {Y});
+  m.learn_second();
+  m.add_learned({at_least(5), at_least(5)}, {X, Z});
+  // Saved twice before erasure, out of order: the first copy of 4 counts.
+  collector->save_clause(5, make({{X, at_least(5)}, {Z, at_least(5)}}));
+  collector->save_clause(4, make({{Y, at_least(2)}}));
+  collector->save_clause(4, make({{Y, at_least(3)}}));
+  solver_test_access::erase(s, 4);
+  solver_test_access::erase(s, 5);
+  collector->prepare_to_print();
+  EXPECT_EQ(m.proof_text(), REFUTATION_TEXT);
+  clause_data c;
+  collector->get_constraint_variables(4, c);
+  EXPECT_EQ(c.size(), 1u);
+  EXPECT_EQ(c[0].variable, Y);
+  EXPECT_TRUE(c[0].set.empty());
+}
+
+TEST(proof_collector, saved_clause_lookup_before_and_after_sorting) {
+  refutation_model m;
+  proof_collector* const collector = m.collector;
+  collector->save_clause(9, make({{X, S({1})}}));
+  collector->save_clause(7, make({{Y, S({2})}}));
+  collector->save_clause(9, make({{X, S({3})}}));
+  // Unsorted: still the first copy saved.
+  ASSERT_NE(collector->find_saved_clause(9), collector->saved_clauses_end());
+  EXPECT_EQ(collector->find_saved_clause(9)->second[0].set, S({1}));
+  collector->prepare_to_print();
+  EXPECT_EQ(collector->find_saved_clause(9)->second[0].set, S({1}));
+  EXPECT_EQ(collector->find_saved_clause(7)->second[0].set, S({2}));
+  EXPECT_EQ(collector->find_saved_clause(8), collector->saved_clauses_end());
+  EXPECT_EQ(collector->find_saved_clause(10), collector->saved_clauses_end());
+}
+
+TEST(proof_collector, recording_gives_clause_ids_and_explanation_ids) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  m.learn_first();
+  const std::vector<proof_collector::resolution_entry> expected = {{1, -1}, {-1, int(X)},
+                                                                   {0, int(W)}};
+  EXPECT_EQ(collector->resolution_entries(), expected);
+  EXPECT_EQ(collector->explanation_count(), 1u);
+  EXPECT_TRUE(collector->is_explanation_clause(-1));
+  EXPECT_FALSE(collector->is_explanation_clause(-2));
+  EXPECT_FALSE(collector->is_explanation_clause(0));
+  EXPECT_EQ(collector->get_constraint_explained_by(-1), 3u);
+  EXPECT_EQ(collector->get_explanation_data(-1).rule, nullptr);
+  EXPECT_EQ(collector->conflict_starts(), std::vector<unsigned int>{0});
+  EXPECT_EQ(collector->first_conflict_clause(), 4u);
+  EXPECT_TRUE(collector->want_proof());
+
+  // Taking back a clause entry keeps the explanations; taking back the entry of
+  // the last explanation removes it as well.
+  collector->record_conflict(2, {}, std::make_unique<fixed_rule>(std::vector<iset>{}));
+  collector->record_resolution(0, s.clause_literals(0), int(W), nullptr);
+  collector->pop_resolution_entry();
+  EXPECT_EQ(collector->explanation_count(), 2u);
+  EXPECT_NE(collector->get_explanation_data(-2).rule, nullptr);
+  collector->pop_resolution_entry();
+  EXPECT_EQ(collector->explanation_count(), 1u);
+  EXPECT_EQ(collector->resolution_entries().size(), 3u);
+}
+
+TEST(proof_collector, explanation_data_copies_clone_the_rule) {
+  proof_collector::explanation_data a;
+  a.constraint = 2;
+  a.rule = std::make_unique<fixed_rule>(std::vector<iset>{S({4})});
+  proof_collector::explanation_data b(a);
+  ASSERT_NE(b.rule, nullptr);
+  EXPECT_NE(b.rule.get(), a.rule.get());
+  proof_collector::explanation_data c;
+  c = b;
+  std::vector<iset> sets;
+  c.rule->get_explanation(sets);
+  EXPECT_EQ(sets, std::vector<iset>{S({4})});
+  EXPECT_EQ(c.constraint, 2u);
+}
+
+TEST(proof_collector, explanation_clauses_drop_empty_sets_from_the_back) {
+  refutation_model m;
+  proof_collector* const collector = m.collector;
+  // Params (z, y, w, x); the empty entries of z and w are filled by the last
+  // literal at each removal.
+  collector->record_conflict(2, {iset(), S({1}), iset(), S({2})}, nullptr);
+  clause_data c;
+  collector->get_clause(-1, c);
+  std::ostringstream os;
+  collector->print_clause(os, -1, c);
+  EXPECT_EQ(os.str(), "[-1] [x=2, y=1]");
+  // A rule takes precedence over the sets passed with it.
+  collector->record_resolution(3, {S({1}), S({1}), S({1})},
+                               0, std::make_unique<fixed_rule>(std::vector<iset>{
+                                      iset(), iset(), at_most(1)}));
+  collector->get_clause(-2, c);
+  EXPECT_TRUE(c.equivalent(make({{Y, at_most(1)}})));
+  EXPECT_EQ(c.size(), 1u);
+}
+
+TEST(proof_collector, clause_lookup_errors) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  clause_data c;
+  // A live constraint that is not a clause.
+  try {
+    collector->get_solver_clause(2, c);
+    FAIL() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "proof_collector::get_solver_clause(): not a clause");
+  }
+  // Gone without a saved clause: past the end, and an emptied slot.
+  m.add_learned({S({1})}, {X});
+  solver_test_access::erase(s, 4);
+  for (unsigned int gone : {4u, 17u}) {
+    try {
+      collector->get_clause(int(gone), c);
+      FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "Can't find this constraint_it");
+    }
+    try {
+      collector->get_constraint_variables(gone, c);
+      FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "Can't find this constraint_it");
+    }
+  }
+  // Below the explanation ids lie only the intermediates of a replay.
+  collector->record_conflict(3, {S({1}), S({1}), S({1})}, nullptr);
+  try {
+    collector->get_clause(-2, c);
+    FAIL() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(),
+                 "proof_collector::get_clause(): non-explanation intermediate constraints are "
+                 "not supported");
+  }
+}
+
+class counting_visitor : public proof_visitor {
+ public:
+  void visit_explanation(int id) override { explanations.push_back(id); }
+  void visit_resolution(unsigned int, int left_id, const clause_data&, int right_id,
+                        const clause_data&, int result_id, const clause_data&) override {
+    resolutions.push_back({left_id, right_id, result_id});
+  }
+  void visit_initial_resolution(unsigned int variable, const small_model::iset&, int,
+                                const clause_data&, int, const clause_data& result) override {
+    initial.push_back(variable);
+    last_initial_result = result;
+  }
+  std::vector<int> explanations;
+  std::vector<std::vector<int>> resolutions;
+  std::vector<unsigned int> initial;
+  clause_data last_initial_result;
+};
+
+TEST(proof_collector, missing_refutation_records_raise) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  counting_visitor v;
+  auto expect_no_record = [&]() {
+    try {
+      collector->traverse_proof(v);
+      FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "No unsatisfiability record available");
+    }
+    try {
+      m.proof_text();
+      FAIL() << "no error";
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "No unsatisfiability record available");
+    }
+  };
+  // Nothing recorded.
+  expect_no_record();
+  // An analysis at level 0 that gave up: entries, but no named constraint.
+  collector->record_conflict(1, s.clause_literals(1), nullptr);
+  expect_no_record();
+  // A named analysis followed by one that named nothing: the last record is not
+  // a refutation.
+  collector->record_resolution(0, s.clause_literals(0), int(W), nullptr);
+  collector->name_conflict_clause(4);
+  m.add_learned({at_least(2), at_least(2)}, {X, Y});
+  collector->record_conflict(0, s.clause_literals(0), nullptr);
+  expect_no_record();
+  EXPECT_TRUE(v.resolutions.empty());
+}
+
+TEST(proof_collector, one_entry_analysis_takes_the_clause_of_its_entry) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  // 4 is learned from the explanation of 3 alone; the final analysis starts from 4.
+  collector->record_conflict(3, {iset(), at_least(5), S({0})}, nullptr);
+  collector->name_conflict_clause(4);
+  m.add_learned({at_least(5), S({0})}, {X, Y});
+  collector->record_conflict(4, s.clause_literals(4), nullptr);
+  collector->name_conflict_clause(5);
+  counting_visitor v;
+  collector->traverse_proof(v);
+  EXPECT_EQ(v.explanations, std::vector<int>{-1});
+  EXPECT_TRUE(v.resolutions.empty());
+  // Only the final conflict meets the initial domains; the last literal goes first.
+  EXPECT_EQ(v.initial, (std::vector<unsigned int>{Y, X}));
+  EXPECT_TRUE(v.last_initial_result.empty());
+}
+
+TEST(proof_collector, initial_step_removes_every_literal_of_its_variable) {
+  refutation_model m;
+  solver& s = m.s;
+  proof_collector* const collector = m.collector;
+  // A final conflict straight from a clause that names x twice.
+  m.add_learned({S({7}), S({9}), at_least(4)}, {X, Z, X});
+  collector->record_conflict(4, s.clause_literals(4), nullptr);
+  collector->name_conflict_clause(4);
+  counting_visitor v;
+  collector->traverse_proof(v);
+  EXPECT_EQ(v.initial, (std::vector<unsigned int>{X, Z}));
+}
+
+TEST(proof_collector, long_chains_of_learned_constraints_replay_without_recursion) {
+  // Each learned constraint comes from the one before: as deep as the search.
+  solver s;
+  const unsigned int x = s.add_var(at_most(3), "x");
+  const unsigned int length = 100000;
+  s.add_constraint(std::make_unique<clause_propagator>(std::initializer_list<iset>{S({7})})) << x;
+  s.produce_proof(true);
+  proof_collector& collector = dynamic_cast<proof_collector&>(s.proof_collector());
+  for (unsigned int k = 1; k <= length; ++k) {
+    collector.record_conflict(k - 1, s.clause_literals(k - 1), nullptr);
+    collector.name_conflict_clause(k);
+    s.add_constraint(std::make_unique<clause_propagator>(std::initializer_list<iset>{S({7})}))
+        << x;
+  }
+  counting_visitor v;
+  collector.traverse_proof(v);
+  EXPECT_EQ(v.initial, std::vector<unsigned int>{x});
+}
+
+TEST(proof_collector, resolve_edge_cases) {
+  const unsigned int x = 0, y = 1, z = 2;
+  clause_data r;
+  // The shape of a resolvent: other literals in normal form, pivot last.
+  proof_collector::resolve(make({{x, at_most(2)}, {y, at_most(3)}}),
+                           make({{x, at_least(2)}, {z, S({0})}}), x, r);
+  EXPECT_EQ(text(r), text(make({{y, at_most(3)}, {z, S({0})}, {x, S({2})}})));
+  // Pivot sets that do not meet: no pivot literal.
+  proof_collector::resolve(make({{x, S({1})}, {y, S({5})}}), make({{x, S({2})}}), x, r);
+  EXPECT_TRUE(r.equivalent(make({{y, S({5})}})));
+  EXPECT_EQ(r.size(), 1u);
+  // Pivot on one side only: nothing of the pivot survives either.
+  proof_collector::resolve(make({{y, S({5})}}), make({{x, S({2})}, {z, S({1})}}), x, r);
+  EXPECT_EQ(text(r), text(make({{y, S({5})}, {z, S({1})}})));
+  // Several pivot literals on one side: their union.
+  proof_collector::resolve(make({{x, S({1})}, {x, S({2})}}), make({{x, S({2, 3})}}), x, r);
+  EXPECT_EQ(text(r), text(make({{x, S({2})}})));
+  // Literals of one variable from both sides merge; empty sets vanish.
+  proof_collector::resolve(make({{y, S({1})}, {z, iset()}}), make({{y, S({4})}, {x, S({0})}}), x,
+                           r);
+  EXPECT_EQ(text(r), text(make({{y, S({1, 4})}})));
+  // Both empty: the empty clause.
+  proof_collector::resolve(clause_data(), clause_data(), x, r);
+  EXPECT_TRUE(r.empty());
+}
+
+TEST(proof_collector, print_aids_use_the_variable_names) {
+  solver s;
+  const unsigned int x = s.add_var(at_most(3), "x");
+  const unsigned int y = s.add_var(at_most(3), "y");
+  const unsigned int z = s.add_var(at_most(3), "z");
+  proof_collector collector(&s);
+  std::ostringstream os;
+  collector.print_resolution(os, x, 12, make({{x, at_most(2)}, {y, at_most(3)}}), -3,
+                             make({{x, at_least(2)}, {z, S({0})}}), -9,
+                             make({{y, at_most(3)}, {z, S({0})}, {x, S({2})}}));
+  EXPECT_EQ(os.str(),
+            "resolve[x] [12] [x<=2, y<=3] with [-3] [x>=2, z=0]\n"
+            "consequent: [-9] [y<=3, z=0, x=2]\n\n");
+  os.str("");
+  collector.print_initial_resolution(os, y, S({2}), -10, make({{y, S({0, 1})}}), -11,
+                                     clause_data());
+  EXPECT_EQ(os.str(),
+            "resolve[y] [-10] [y<=1] with initial domain (y=2)\n"
+            "consequent: [-11] []\n\n");
+}
+
+TEST(proof_collector, solver_installs_and_replaces_collectors) {
+  solver s;
+  EXPECT_FALSE(s.want_proof());
+  try {
+    std::ostringstream os;
+    s.print_recent_proof(os);
+    FAIL() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "solver::generate_proofs() was not called, no proof available");
+  }
+  s.produce_proof(true);
+  EXPECT_TRUE(s.want_proof());
+  EXPECT_NE(dynamic_cast<proof_collector*>(&s.proof_collector()), nullptr);
+  s.produce_proof(false);
+  EXPECT_FALSE(s.want_proof());
+}
+
+}  // namespace
+}  // namespace zelk
