@@ -190,11 +190,13 @@ solver::result_type solver::solve(std::ostream* out) {
   }
   if (r != SAT || !all_solutions) return r;
 
-  // Enumeration: each solution is excluded by a clause over all variables.
+  // Enumeration: each solution is excluded by a clause over the variables the
+  // model declared. Auxiliary variables that the model does not fix (partial
+  // sums that only bound a sum, say) would otherwise repeat a solution.
   os << "\n";
   for (;;) {
     print_solution(os);
-    const unsigned int n = num_variables();
+    const unsigned int n = std::min(reported_variable_count, num_variables());
     std::vector<small_model::iset> literals(n);
     for (unsigned int v = 0; v < n; ++v) literals[v] = ~m_stack.domain(v);
     constraint_connectivity_info& info =
@@ -1092,6 +1094,22 @@ solver::explanation_views solver::get_constraint_explanation(unsigned int constr
 
 void solver::collect_conflict_nodes(learned_type& learned, explanation_views& views,
                                     unsigned int constraint, unsigned int time) {
+  if (want_proof()) {
+    // Building the learned object relaxes it, and in constraint form that may
+    // renew its explanation: the proof starts from the clause that the analysis
+    // goes on with, so the object turns into that clause at once.
+    record_explanation_variables(m_connectivity[constraint], *views.explanation);
+    learned.construct_from(m_connectivity[constraint], *m_propagators[constraint],
+                           *views.explanation, time);
+    learned.update_explanation();
+    const std::vector<small_model::iset>& start =
+        learned.constraint() ? learned.literals() : *views.explanation;
+    std::unique_ptr<explanation_rule> rule =
+        learned.constraint() ? m_propagators[constraint]->rule(start) : std::move(views.rule);
+    m_proof_collector->record_conflict(constraint, start, std::move(rule));
+    learned.convert_to_clause();
+    return;
+  }
   m_proof_collector->record_conflict(constraint, *views.explanation, std::move(views.rule));
   record_explanation_variables(m_connectivity[constraint], *views.explanation);
   learned.construct_from(m_connectivity[constraint], *m_propagators[constraint],

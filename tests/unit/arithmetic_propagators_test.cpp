@@ -1,6 +1,8 @@
 // The sum propagators against brute force on many small random instances:
 // soundness, the promised pruning, UNSAT, conflicts and constraint_check, the
-// explanations, simplification on fixed parameters; then the fixed cases.
+// explanations, simplification on fixed parameters; then the fixed cases; last,
+// the soundness of combination (elimination between sums and differences, sums
+// of parities, substitution from a two-parameter modular sum).
 #include "impl/arithmetic_propagators.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +19,10 @@
 #include "impl/clause_propagator.h"
 #include "impl/comparison_propagators.h"
 #include "impl/constraint_explicit_info.h"
+#include "impl/disjoint_propagation_algo.h"
+#include "impl/disjunction_specification.h"
 #include "impl/int128.h"
+#include "unit/brute_force.h"
 
 namespace zelk {
 namespace {
@@ -795,6 +800,272 @@ TEST(arithmetic_propagators, explanation_of_a_bound) {
   // Pivot y: -y >= 10 - 8 - 3 = -1, so y <= 1.
   p.explain_propagation(1, iset::full(), iset(), view, explanation);
   EXPECT_EQ(explanation, (domain_list{iset("5:31"), iset("0,1"), iset("4:31")}));
+}
+
+//==== combination ===========================================================
+
+namespace bf = brute_force;
+
+std::string printed(const constraint_propagator& p) {
+  std::ostringstream os;
+  p.print(os, nullptr);
+  return os.str();
+}
+
+// Two sums, or a sum and a difference on the right, sharing one or two
+// variables: Fourier-Motzkin elimination of the pivot.
+TEST(arithmetic_propagators, linear_combinations_are_implied) {
+  const unsigned seed = 808;
+  std::mt19937 gen(seed);
+  int built = 0, refused = 0, cancelled = 0;
+  for (int round = 0; round < 700; ++round) {
+    const unsigned nl = 2 + gen() % 2;
+    std::vector<int> lc(nl);
+    for (int& c : lc) c = int(gen() % 7) - 3;
+    const linear_combination_ge_propagator left(int(gen() % 15) - 6, lc);
+    std::unique_ptr<constraint_propagator> right;
+    unsigned nr = 2;
+    if (gen() % 3 == 0) {
+      right = std::make_unique<difference_ge_propagator>(int(gen() % 13) - 6);
+    } else {
+      nr = 2 + gen() % 2;
+      std::vector<int> rc(nr);
+      for (int& c : rc) c = int(gen() % 7) - 3;
+      right = std::make_unique<linear_combination_ge_propagator>(int(gen() % 15) - 6, rc);
+    }
+    std::vector<unsigned> map(nr);
+    for (unsigned j = 0; j < nr; ++j) map[j] = nl + j;
+    const unsigned pivot = gen() % nr;
+    map[pivot] = gen() % nl;
+    if (gen() % 3 == 0) {  // a second shared variable
+      const unsigned j = (pivot + 1) % nr, i = (map[pivot] + 1) % nl;
+      map[j] = i;
+    }
+    bf::domain_list ld, rd;
+    for (unsigned i = 0; i < nl; ++i) ld.push_back(bf::random_domain(gen, 12, 8));
+    for (unsigned j = 0; j < nr; ++j) rd.push_back(bf::random_domain(gen, 12, 8));
+    const std::string context = "seed " + std::to_string(seed) + " round " +
+                                std::to_string(round) + " " + printed(left) + " with " +
+                                printed(*right) + " map " +
+                                bf::show(bf::assignment(map.begin(), map.end())) + " pivot " +
+                                std::to_string(pivot);
+    ASSERT_TRUE(left.may_combine(*right));
+    const bf::combination c = bf::run_combine(left, ld, *right, rd, map, pivot);
+    // The pivot's coefficients, the difference's being 1 and -1.
+    const long long a = lc[map[pivot]];
+    long long b = pivot == 0 ? 1 : -1;
+    if (const auto* sum = dynamic_cast<const linear_combination_ge_propagator*>(right.get()))
+      b = sum->coefficients()[pivot];
+    if ((a >= 0) == (b >= 0)) {
+      EXPECT_FALSE(c.result) << "same sign: " << context;
+      ++refused;
+      continue;
+    }
+    if (!c.result) {
+      ++cancelled;  // 0 >= constant <= 0 says nothing
+      continue;
+    }
+    ++built;
+    bf::check_combination(left, nl, *right, nr, map, pivot, c, context);
+    if (::testing::Test::HasFailure()) return;
+  }
+  EXPECT_GT(built, 200);
+  EXPECT_GT(refused, 100);
+}
+
+TEST(arithmetic_propagators, linear_combination_edges) {
+  const bf::domain_list two{iset("0:9"), iset("0:9")}, three(3, iset("0:9"));
+  // x - y >= 1 and y - x >= 0 add up to 0 >= 1: the empty clause.
+  const linear_combination_ge_propagator x_above_y(1, {1, -1});
+  bf::combination c =
+      bf::run_combine(x_above_y, two, difference_ge_propagator(0), two, {1, 0}, 1);
+  ASSERT_TRUE(c.result);
+  EXPECT_TRUE(c.out.empty());
+  constraint_explicit_info nothing(0);
+  EXPECT_EQ(c.result->init(nothing), propagation_types::UNSAT);
+  // x - y >= -1 and y - x >= 0: 0 >= -1 says nothing.
+  EXPECT_FALSE(bf::run_combine(linear_combination_ge_propagator(-1, {1, -1}), two,
+                               difference_ge_propagator(0), two, {1, 0}, 1)
+                   .result);
+  // The multipliers come from the gcd: 3 (2x + y >= 3) + 2 (-3x + z >= 0).
+  c = bf::run_combine(linear_combination_ge_propagator(3, {2, 1}), two,
+                      linear_combination_ge_propagator(0, {-3, 1}), two, {0, 3}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(printed(*c.result), "(3*P0+2*P1>=9)");
+  EXPECT_EQ(c.out, (std::vector<unsigned>{1, 3}));
+  // Same sign on the pivot: nothing.
+  EXPECT_FALSE(bf::run_combine(linear_combination_ge_propagator(3, {2, 1}), two,
+                               linear_combination_ge_propagator(0, {3, 1}), two, {0, 3}, 0)
+                   .result);
+  // Coefficients or constants beyond 32 bits.
+  std::vector<long long> coefs{0, 1LL << 31};
+  disjunction_specification result;
+  EXPECT_FALSE(linear_combination_ge_propagator::set_constraint_from_positional_coefficients(
+      coefs, 0, result));
+  coefs = {0, 0};
+  EXPECT_FALSE(linear_combination_ge_propagator::set_constraint_from_positional_coefficients(
+      coefs, 1LL << 31, result));
+  EXPECT_FALSE(bf::run_combine(linear_combination_ge_propagator(INT_MAX, {INT_MAX, 1}), two,
+                               linear_combination_ge_propagator(INT_MAX, {-INT_MAX, 1}), two,
+                               {0, 2}, 0)
+                   .result);
+  // The coefficient of a variable in either kind of base constraint.
+  const constraint_explicit_info view = make_view(three);
+  const difference_ge_propagator diff(2);
+  const disjunction_specification diff_spec(view, diff, {4, 7});
+  EXPECT_EQ(linear_combination_ge_propagator::find_var_coefficient(4, diff_spec), 1);
+  EXPECT_EQ(linear_combination_ge_propagator::find_var_coefficient(7, diff_spec), -1);
+  EXPECT_EQ(linear_combination_ge_propagator::find_var_coefficient(5, diff_spec), 0);
+  long long constant = LLONG_MAX;
+  std::vector<long long> positional;
+  EXPECT_FALSE(linear_combination_ge_propagator::accumulate_coefficients(positional, constant,
+                                                                         diff_spec, 1));
+  EXPECT_EQ(constant, LLONG_MAX);
+  positional.clear();
+  constant = 1;
+  EXPECT_TRUE(linear_combination_ge_propagator::accumulate_coefficients(positional, constant,
+                                                                        diff_spec, 3));
+  EXPECT_EQ(constant, 7);
+  EXPECT_EQ(positional, (std::vector<long long>{0, 0, 0, 0, 3, 0, 0, -3}));
+  // A difference doesn't take a sum on the right, a sum takes a difference.
+  EXPECT_FALSE(difference_ge_propagator(0).may_combine(x_above_y));
+  EXPECT_TRUE(x_above_y.may_combine(difference_ge_propagator(0)));
+  EXPECT_FALSE(x_above_y.may_combine(clause_propagator{iset("1")}));
+  EXPECT_FALSE(x_above_y.may_combine(equal_propagator()));
+}
+
+TEST(arithmetic_propagators, linear_disjunction_and_new_propagator) {
+  const constraint_explicit_info view = make_view({iset("0:9"), iset("0:9"), iset("0:9")});
+  const linear_combination_ge_propagator left(4, {2, -1, 1}), right(1, {1, 2, -1});
+  // The same terms in another order: the smaller constant.
+  const disjunction_specification l(view, left, {});
+  const disjunction_specification r(view, right, {2, 0, 1});
+  disjunction_specification result;
+  ASSERT_TRUE(left.disjoin_constraint(l, r, result));
+  EXPECT_EQ(printed(*result.constraint()), "(2*P0-P1+P2>=1)");
+  EXPECT_EQ(result.constraint_var(2), 2u);
+  // Other terms: nothing.
+  const disjunction_specification other(view, right, {0, 1, 2});
+  result.clear();
+  EXPECT_FALSE(left.disjoin_constraint(l, other, result));
+  // With literals the sum is joined to a clause.
+  disjunction_specification spec;
+  spec.add_literal(6, iset("3"));
+  spec.own_constraint(std::make_unique<linear_combination_ge_propagator>(left));
+  spec.add_constraint_param(2);
+  spec.add_constraint_param(0);
+  spec.add_constraint_param(5);
+  std::vector<unsigned> params;
+  std::unique_ptr<constraint_propagator> p = left.new_propagator(spec, params);
+  ASSERT_TRUE(p);
+  EXPECT_EQ(params, (std::vector<unsigned>{2, 0, 5, 6}));
+  EXPECT_EQ(p->count_params(), 4u);
+  EXPECT_EQ(printed(*p), "((2*P0-P1+P2>=4) || [P0=3])\n");
+  // Sum or v6 = 3, on brute force.
+  const bf::relation rel = [](const bf::assignment& v) {
+    return 2 * v[0] - v[1] + v[2] >= 4 || v[3] == 3;
+  };
+  const bf::domain_list d{iset("0:2"), iset("3:9"), iset("0:1"), iset("2:4")};
+  const bf::outcome out = bf::check_propagation(*p, d, rel, bf::SOUND_ONLY, "linear or clause", true);
+  EXPECT_EQ(out.after[3], iset("3"));  // the sum can't hold: the clause is unit
+  bf::check_explanations(*p, d, out, rel, "linear or clause");
+  bf::check_constraint_check(*p, d, rel, "linear or clause");
+  // Without literals: the base constraint itself.
+  disjunction_specification bare;
+  bare.own_constraint(std::make_unique<linear_combination_ge_propagator>(left));
+  for (unsigned v : {1u, 2u, 3u}) bare.add_constraint_param(v);
+  params.clear();
+  p = left.new_propagator(bare, params);
+  EXPECT_TRUE(dynamic_cast<linear_combination_ge_propagator*>(p.get()));
+  EXPECT_EQ(params, (std::vector<unsigned>{1, 2, 3}));
+}
+
+// Parities with shared variables: the sum of the two, shared variables cancel.
+TEST(arithmetic_propagators, parity_combinations_are_implied) {
+  const unsigned seed = 909;
+  std::mt19937 gen(seed);
+  int built = 0;
+  for (int round = 0; round < 800; ++round) {
+    const unsigned nl = 1 + gen() % 3, nr = 1 + gen() % 3;
+    const sum_mod_propagator left(2, int(gen() % 2)), right(2, int(gen() % 2));
+    std::vector<unsigned> map(nr);
+    for (unsigned j = 0; j < nr; ++j) map[j] = nl + j;
+    const unsigned pivot = gen() % nr;
+    map[pivot] = gen() % nl;
+    for (unsigned j = 0; j < nr; ++j) {
+      const unsigned i = gen() % nl;
+      if (j != pivot && gen() % 2 && std::find(map.begin(), map.end(), i) == map.end()) map[j] = i;
+    }
+    const bf::domain_list ld(nl, iset("0:1")), rd(nr, iset("0:1"));
+    const std::string context = "seed " + std::to_string(seed) + " round " +
+                                std::to_string(round) + " map " +
+                                bf::show(bf::assignment(map.begin(), map.end()));
+    ASSERT_TRUE(left.may_combine(right));
+    const bf::combination c = bf::run_combine(left, ld, right, rd, map, pivot);
+    ASSERT_TRUE(c.result) << context;
+    ++built;
+    bf::check_combination(left, nl, right, nr, map, pivot, c, context, false,
+                          iset::clipped_range(0, 2));
+    if (::testing::Test::HasFailure()) return;
+  }
+  EXPECT_EQ(built, 800);
+}
+
+TEST(arithmetic_propagators, modular_combination_edges) {
+  const bf::domain_list two(2, iset("0:2")), three(3, iset("0:2"));
+  // x + y = 1 and x + y = 0 modulo 2: nothing left but 0 = 1.
+  bf::combination c =
+      bf::run_combine(sum_mod_propagator(2, 1), two, sum_mod_propagator(2, 0), two, {0, 1}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_TRUE(c.out.empty());
+  EXPECT_TRUE(dynamic_cast<clause_propagator*>(c.result.get()));
+  // x + x is 0 only modulo 2.
+  EXPECT_FALSE(
+      bf::run_combine(sum_mod_propagator(3, 1), two, sum_mod_propagator(3, 0), two, {0, 2}, 0)
+          .result);
+  EXPECT_FALSE(sum_mod_propagator(3, 1).may_combine(sum_mod_propagator(2, 1)));
+  EXPECT_FALSE(
+      bf::run_combine(sum_mod_propagator(3, 1), two, sum_mod_propagator(2, 0), two, {0, 2}, 0)
+          .result);
+  // An equality: the partner replaces the variable; both in the sum cancel (mod 2).
+  const equal_propagator eq;
+  c = bf::run_combine(sum_mod_propagator(2, 1), three, eq, two, {1, 4}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(c.out, (std::vector<unsigned>{0, 4, 2}));
+  bf::check_combination(sum_mod_propagator(2, 1), 3, eq, 2, {1, 4}, 0, c, "parity and equality");
+  c = bf::run_combine(sum_mod_propagator(2, 1), three, eq, two, {3, 2}, 1);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(c.out, (std::vector<unsigned>{0, 1, 3}));
+  c = bf::run_combine(sum_mod_propagator(2, 1), three, eq, two, {0, 2}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(c.out, (std::vector<unsigned>{1}));
+  bf::check_combination(sum_mod_propagator(2, 1), 3, eq, 2, {0, 2}, 0, c, "both in the parity");
+  EXPECT_FALSE(bf::run_combine(sum_mod_propagator(3, 1), three, eq, two, {0, 2}, 0).result);
+
+  // 2x + 3y >= 7 with x + z = 2 modulo 3: -2z + 3y >= 3.
+  const linear_combination_ge_propagator sum(7, {2, 3});
+  const sum_mod_propagator x_plus_z(3, 2);
+  EXPECT_TRUE(sum.may_combine(x_plus_z));
+  EXPECT_TRUE(x_plus_z.may_combine(sum));
+  EXPECT_FALSE(sum_mod_propagator(4, 2).may_combine(sum));
+  c = bf::run_combine(sum, two, x_plus_z, two, {0, 2}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(printed(*c.result), "(-2*P0+3*P1>=3)");
+  EXPECT_EQ(c.out, (std::vector<unsigned>{2, 1}));
+  bf::check_combination(sum, 2, x_plus_z, 2, {0, 2}, 0, c, "substitution");
+  // Both in the sum: y's coefficient less x's, and y's position goes.
+  c = bf::run_combine(sum, two, x_plus_z, two, {0, 1}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(printed(*c.result), "(P0>=3)");
+  EXPECT_EQ(c.out, (std::vector<unsigned>{1}));
+  // From the modular side, through combine_other_first.
+  c = bf::run_combine(x_plus_z, two, sum, two, {0, 2}, 0);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(c.out, (std::vector<unsigned>{1, 2}));
+  bf::check_combination(x_plus_z, 2, sum, 2, {0, 2}, 0, c, "substitution, modular left");
+  // A carry is possible when mod isn't result + 1.
+  EXPECT_FALSE(bf::run_combine(sum, two, sum_mod_propagator(4, 2), two, {0, 2}, 0).result);
+  EXPECT_FALSE(bf::run_combine(sum, two, sum_mod_propagator(3, 2), three, {0, 2, 3}, 0).result);
 }
 
 }  // namespace

@@ -373,8 +373,9 @@ inline bool implies(const std::vector<scoped_relation>& premises,
 inline iset universe_for(std::size_t count) {
   if (count <= 3) return iset::full();
   if (count == 4) return iset::clipped_range(0, 11);
-  if (count == 5) return iset::clipped_range(0, 7);
-  return iset::clipped_range(0, 4);
+  if (count == 5) return iset::clipped_range(0, 6);
+  if (count == 6) return iset::clipped_range(0, 4);
+  return iset::clipped_range(0, 3);
 }
 
 // The outcome of left.combine(right) on the given domains.

@@ -161,6 +161,7 @@ struct options {
   bool ages = true;
   bool ground = true;
   unsigned int restart = 16;
+  bool proof = false;  // record and check the refutation of every UNSAT answer
   void apply(solver& s) const {
     s.relaxation_mode = relaxation_mode;
     s.relax_conflict_cause = relax_cause;
@@ -169,6 +170,11 @@ struct options {
     s.check_domain_ages = ages;
     s.should_intersect_with_ground = ground;
     s.restart_threshold = restart;
+    if (proof) {
+      s.should_intersect_with_ground = false;
+      s.produce_proof(true);
+      s.validate_unsat = true;
+    }
   }
 };
 
@@ -181,7 +187,8 @@ void check_run(const model& m, const options& o, unsigned int seed,
   s.erase_after_backtracks = 1u << 30;  // keep every learned constraint for the check
   const std::vector<std::vector<int>> expected = m.solutions(s);
   std::ostringstream out;
-  const solver::result_type r = s.solve(&out);
+  solver::result_type r = solver::SAT;
+  ASSERT_NO_THROW(r = s.solve(&out)) << "seed " << seed << "\n" << out.str();
   ASSERT_EQ(r, expected.empty() ? solver::UNSAT : solver::SAT)
       << "seed " << seed << " mode " << o.relaxation_mode << " combine " << o.combine;
   if (r == solver::SAT) {
@@ -234,6 +241,14 @@ TEST(learning, every_analysis_option_gives_the_same_answers) {
   options no_restart;
   no_restart.restart = 0;
   variants.push_back(no_restart);
+  for (unsigned int mode = 0; mode <= 2; ++mode) {
+    options proof;
+    proof.proof = true;
+    proof.relaxation_mode = mode;
+    variants.push_back(proof);
+    proof.relax_cause = true;
+    variants.push_back(proof);
+  }
   for (unsigned int seed = 1000; seed < 1080; ++seed) {
     const model m = random_model(seed);
     for (const options& o : variants) {
