@@ -4,7 +4,6 @@
 #include "impl/comparison_propagators.h"
 
 #include <climits>
-#include <cstdlib>
 #include <ostream>
 
 #include "impl/arithmetic_propagators.h"

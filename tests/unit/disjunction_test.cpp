@@ -474,6 +474,15 @@ TEST(disjunction, the_pivot_goes) {
   ASSERT_TRUE(c.result);
   EXPECT_EQ(c.out, (std::vector<unsigned>{2, 3, 1}));
   check_combination(clause, 2, *left, 3, {2, 3, 0}, 2, c, "literal pivot, clause left");
+  // A literal shared besides the pivot comes back under the clause's number.
+  auto both = diff_or(1, {iset("1"), iset("5")});
+  c = run_combine(clause, {iset("0:31"), iset("0:31")}, *both, domain_list(4, iset("0:31")),
+                  {2, 3, 0, 1}, 2);
+  ASSERT_TRUE(c.result);
+  EXPECT_EQ(c.out, (std::vector<unsigned>{2, 3, 1}));
+  EXPECT_EQ(dynamic_cast<difference_ge_or_clause_propagator&>(*c.result).literals(),
+            (domain_list{iset("4:5")}));
+  check_combination(clause, 2, *both, 4, {2, 3, 0, 1}, 2, c, "shared literal");
   // x - p >= 1 or v2 in {1}, p - z >= 3 or v4 in {0}: x <= 9 and z >= 6 keep the
   // conflict of x - z >= 4.
   auto right = diff_or(3, {iset("0")});
