@@ -179,6 +179,8 @@ struct options {
 };
 
 // Solves the model and checks the answer and every learned constraint.
+std::uint64_t g_non_fallback_combines = 0;
+
 void check_run(const model& m, const options& o, unsigned int seed,
                explanation_tester::report* wrap = nullptr) {
   solver s;
@@ -189,6 +191,7 @@ void check_run(const model& m, const options& o, unsigned int seed,
   std::ostringstream out;
   solver::result_type r = solver::SAT;
   ASSERT_NO_THROW(r = s.solve(&out)) << "seed " << seed << "\n" << out.str();
+  g_non_fallback_combines += s.non_fallback_combines();
   ASSERT_EQ(r, expected.empty() ? solver::UNSAT : solver::SAT)
       << "seed " << seed << " mode " << o.relaxation_mode << " combine " << o.combine;
   if (r == solver::SAT) {
@@ -213,11 +216,14 @@ void check_run(const model& m, const options& o, unsigned int seed,
 }
 
 TEST(learning, learned_constraints_are_implied_and_answers_agree) {
+  g_non_fallback_combines = 0;
   for (unsigned int seed = 1; seed <= 400; ++seed) {
     const model m = random_model(seed);
     check_run(m, options(), seed);
     if (testing::Test::HasFatalFailure()) return;
   }
+  // Combination must be exercised, not only fallen back from.
+  EXPECT_GT(g_non_fallback_combines, 0u);
 }
 
 TEST(learning, every_analysis_option_gives_the_same_answers) {
