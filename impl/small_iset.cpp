@@ -41,50 +41,8 @@ const unsigned char g_indexesForByte[256] = {
     074, 070, 071, 070, 072, 070, 071, 070, 073, 070, 071, 070, 072, 070, 071, 070,
 };
 
-unsigned find_lsb_index(unsigned int word) {
-  unsigned base = 0;
-  if ((word & 0xFFFFu) == 0) {
-    word >>= 16;
-    base = 16;
-  }
-  if ((word & 0xFFu) == 0) {
-    word >>= 8;
-    base += 8;
-  }
-  return base + (g_indexesForByte[word & 0xFFu] & 7u);
-}
 
-unsigned find_msb_index(unsigned int word) {
-  unsigned base = 0;
-  if ((word & 0xFFFF0000u) != 0) {
-    word >>= 16;
-    base = 16;
-  }
-  if ((word & 0xFF00u) != 0) {
-    word >>= 8;
-    base += 8;
-  }
-  return base + (g_indexesForByte[word & 0xFFu] >> 3);
-}
 
-unsigned count_ones(unsigned int word) {
-  // Entry i: low nibble = ones of 2i, high nibble = ones of 2i + 1.
-  static constexpr std::array<unsigned char, 128> count_map = [] {
-    std::array<unsigned char, 128> table{};
-    for (unsigned i = 0; i < 128; ++i) {
-      unsigned even = 0;
-      for (unsigned rest = 2 * i; rest != 0; rest >>= 1) even += rest & 1u;
-      table[i] = static_cast<unsigned char>(even | ((even + 1) << 4));
-    }
-    return table;
-  }();
-  unsigned total = 0;
-  for (unsigned shift = 0; shift < 32; shift += 8) {
-    const unsigned byte = (word >> shift) & 0xFFu;
-    total += (count_map[byte >> 1] >> ((byte & 1u) * 4)) & 0xFu;
-  }
-  return total;
-}
 
 unsigned count_ranges_of_one(unsigned int word) {
   // Entry b: low nibble = runs of ones in b, high nibble = the same without a
@@ -160,15 +118,9 @@ std::uint32_t progression_mask(int first, int second, unsigned stride) {
 
 //==== set operations ===========================================================
 
-int small_iset::min() const {
-  if (m_bits == 0) throw std::domain_error("min() over empty an set");
-  return int(find_lsb_index(m_bits));
-}
+void small_iset::throw_empty_min() { throw std::domain_error("min() over empty an set"); }
 
-int small_iset::max() const {
-  if (m_bits == 0) throw std::domain_error("max() over empty an set");
-  return int(find_msb_index(m_bits));
-}
+void small_iset::throw_empty_max() { throw std::domain_error("max() over empty an set"); }
 
 void small_iset::insert(const value_range_type& range) {
   if (range.first > range.second || range.first < MIN_DOMAIN || range.second > MAX_DOMAIN)

@@ -10,6 +10,7 @@
 #ifndef ZELK_IMPL_SMALL_ISET_H
 #define ZELK_IMPL_SMALL_ISET_H
 
+#include <array>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -21,10 +22,53 @@ namespace zelk {
 extern const unsigned char g_indexesForByte[256];
 
 // Index of the lowest set bit. Precondition: word != 0.
-unsigned find_lsb_index(unsigned int word);
+// Inline: every min(), every member scan and every run scan goes through here.
+inline unsigned find_lsb_index(unsigned int word) {
+  unsigned base = 0;
+  if ((word & 0xFFFFu) == 0) {
+    word >>= 16;
+    base = 16;
+  }
+  if ((word & 0xFFu) == 0) {
+    word >>= 8;
+    base += 8;
+  }
+  return base + (g_indexesForByte[word & 0xFFu] & 7u);
+}
+
 // Index of the highest set bit. Precondition: word != 0.
-unsigned find_msb_index(unsigned int word);
-unsigned count_ones(unsigned int word);
+inline unsigned find_msb_index(unsigned int word) {
+  unsigned base = 0;
+  if ((word & 0xFFFF0000u) != 0) {
+    word >>= 16;
+    base = 16;
+  }
+  if ((word & 0xFF00u) != 0) {
+    word >>= 8;
+    base += 8;
+  }
+  return base + (g_indexesForByte[word & 0xFFu] >> 3);
+}
+
+// Inline: size() runs in front of every domain write.
+inline unsigned count_ones(unsigned int word) {
+  // Entry i: low nibble = ones of 2i, high nibble = ones of 2i + 1.
+  static constexpr std::array<unsigned char, 128> count_map = [] {
+    std::array<unsigned char, 128> table{};
+    for (unsigned i = 0; i < 128; ++i) {
+      unsigned even = 0;
+      for (unsigned rest = 2 * i; rest != 0; rest >>= 1) even += rest & 1u;
+      table[i] = static_cast<unsigned char>(even | ((even + 1) << 4));
+    }
+    return table;
+  }();
+  unsigned total = 0;
+  for (unsigned shift = 0; shift < 32; shift += 8) {
+    const unsigned byte = (word >> shift) & 0xFFu;
+    total += (count_map[byte >> 1] >> ((byte & 1u) * 4)) & 0xFu;
+  }
+  return total;
+}
 // Number of maximal runs of set bits.
 unsigned count_ranges_of_one(unsigned int word);
 
@@ -129,8 +173,14 @@ class small_iset {
     return unsigned(v) <= 31u && ((m_bits >> unsigned(v)) & 1u) != 0;
   }
   // Raise std::domain_error on the empty set.
-  int min() const;
-  int max() const;
+  int min() const {
+    if (m_bits == 0) throw_empty_min();
+    return int(find_lsb_index(m_bits));
+  }
+  int max() const {
+    if (m_bits == 0) throw_empty_max();
+    return int(find_msb_index(m_bits));
+  }
   bool subset_of(const small_iset& o) const { return (m_bits & ~o.m_bits) == 0; }
   bool disjoint(const small_iset& o) const { return (m_bits & o.m_bits) == 0; }
   bool intersects(const small_iset& o) const { return (m_bits & o.m_bits) != 0; }
@@ -192,6 +242,9 @@ class small_iset {
   void show_self() const;
 
  private:
+  [[noreturn]] static void throw_empty_min();
+  [[noreturn]] static void throw_empty_max();
+
   std::uint32_t m_bits;
 };
 

@@ -22,6 +22,7 @@
 #include "impl/assignment_stack.h"
 #include "impl/constraint_connectivity_info.h"
 #include "impl/constraint_propagator.h"
+#include "impl/pool_alloc.h"
 #include "impl/small_iset.h"
 #include "impl/utilities.h"
 #include "impl/var_watchers.h"
@@ -81,8 +82,11 @@ class solver : private solver_types, private no_copy, private watch_types {
       const assignment_stack* m_stack;
     };
   };
+  // Heap nodes come from a pool: a steady search pushes and pops without reaching
+  // the system allocator.
   typedef boost::heap::fibonacci_heap<variable_event,
-                                      boost::heap::compare<variable_event::comparator>>
+                                      boost::heap::compare<variable_event::comparator>,
+                                      boost::heap::allocator<pool_alloc<variable_event>>>
       event_heap_type;
 
   // The result of asking a constraint for an explanation. `explanation` points at
