@@ -139,6 +139,11 @@ opb_solver::opb_solver(std::istream& in, const std::string& name, const zelk::ze
     parser.set_debug_level(1);
     parser.set_debug_stream(std::cout);
   }
+  // A file that could not be opened is no empty model: say so.
+  if (in.fail() && !in.eof()) {
+    std::cerr << name << ": can't read the input" << std::endl;
+    throw std::runtime_error(name + ": Parsing failed");
+  }
   if (parser.parse() != 0) throw std::runtime_error(name + ": Parsing failed");
   if (!m_context.build_solver()) {
     // Any constraint has a variable, so variable 0 exists here; the guard only
