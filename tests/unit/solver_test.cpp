@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -15,6 +17,28 @@
 
 #include "impl/clause_propagator.h"
 #include "impl/small_iset.h"
+
+// Counts calls of the system allocator while `g_counting` is set.
+namespace {
+bool g_counting = false;
+unsigned long g_allocations = 0;
+}  // namespace
+
+// Out of line, so that the compiler does not pair the inlined free() with new.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (g_counting) ++g_allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void* operator new[](std::size_t size) {
+  if (g_counting) ++g_allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
 namespace zelk {
 
@@ -32,6 +56,7 @@ struct solver_test_access {
     s.tick();
   }
   static void decide(solver& s, unsigned int var) { s.restrict_variable(var, false); }
+  static solver::result_type backtrack(solver& s, int level) { return s.backtrack(level, 0); }
   static std::uint64_t time(const solver& s) { return s.m_time; }
 };
 
@@ -384,6 +409,41 @@ TEST(solver, decisions_reuse_saved_values_by_thirds) {
     solver_test_access::decide(s, 0);
     EXPECT_EQ(s.stack().domain(0), iset::singleton(expected)) << saved << " " << text;
   }
+}
+
+TEST(solver, decisions_propagation_and_backtracks_allocate_nothing_in_the_steady_state) {
+  // Clauses over booleans: "at least one of each row", "at most one per column".
+  solver s;
+  const unsigned int rows = 6, columns = 6;
+  for (unsigned int i = 0; i < rows * columns; ++i) s.add_var(iset::clipped_range(0, 1));
+  for (unsigned int r = 0; r < rows; ++r) {
+    constraint_connectivity_info& info = s.add_constraint(
+        std::make_unique<clause_propagator>(std::vector<iset>(columns, iset::singleton(1))));
+    for (unsigned int c = 0; c < columns; ++c) info << r * columns + c;
+  }
+  for (unsigned int c = 0; c < columns; ++c)
+    for (unsigned int r = 0; r < rows; ++r)
+      for (unsigned int q = r + 1; q < rows; ++q)
+        s.add_constraint(std::make_unique<clause_propagator>(
+            std::initializer_list<iset>{iset::singleton(0), iset::singleton(0)}))
+            << r * columns + c << q * columns + c;
+  s.restart_threshold = 0;
+  ASSERT_TRUE(solver_test_access::start(s));
+  const auto round = [&] {
+    for (unsigned int v = 0; v < rows * columns; v += columns + 1) {
+      if (s.stack().domain(v).is_singleton()) continue;
+      solver_test_access::decide(s, v);
+      ASSERT_TRUE(solver_test_access::propagate(s));
+    }
+    ASSERT_EQ(solver_test_access::backtrack(s, 0), solver::SAT);
+    ASSERT_TRUE(solver_test_access::propagate(s));
+  };
+  for (int i = 0; i < 20; ++i) round();  // reach the steady state
+  g_allocations = 0;
+  g_counting = true;
+  for (int i = 0; i < 50; ++i) round();
+  g_counting = false;
+  EXPECT_EQ(g_allocations, 0u);
 }
 
 }  // namespace zelk
