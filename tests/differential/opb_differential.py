@@ -356,9 +356,12 @@ def run_clasp(inst, tmpdir, tag):
     path = os.path.join(tmpdir, tag + ".std.opb")
     with open(path, "w") as f:
         f.write(text)
-    p = subprocess.run(["clasp", "--quiet=1,1", path], capture_output=True, text=True,
-                       timeout=RUN_TIMEOUT)
     status, value, model = "UNKNOWN", None, None
+    try:
+        p = subprocess.run(["clasp", "--quiet=1,1", path], capture_output=True, text=True,
+                           timeout=RUN_TIMEOUT)
+    except subprocess.TimeoutExpired:
+        return status, value, None
     for line in p.stdout.splitlines():
         if line.startswith("s "):
             status = {"SATISFIABLE": "SAT", "UNSATISFIABLE": "UNSAT",
@@ -458,6 +461,8 @@ def test_instance(seed, inst, args, tmpdir, tag=None):
     if args.peer == "clasp":
         st, val, a = run_clasp(inst, tmpdir, tag)
         peer = ("clasp", (st, val if st == "OPTIMUM" else None))
+        if st == "UNKNOWN":
+            problems.append("clasp gave no answer")
         if st in ("SAT", "OPTIMUM") and (a is None or not ev.satisfied(a)):
             problems.append("clasp's model breaks the file (normalisation fault?)")
         if oracle is None:
