@@ -84,6 +84,7 @@ bool context::build_solver() {
   // 0: as the negated term over the positive literal, its atom variable gets the
   // values (c, 0) instead of following the literal's own variable.
   m_objective->make_single_literals_positive(*this);
+  m_objective->merge_repeated_atoms();
   if (m_direction == MINIMIZE) return connect_minimization();
   const unsigned int v =
       m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND, "max::objective");

@@ -54,6 +54,38 @@ void expression::make_single_literals_positive(context& ctx) {
   }
 }
 
+void expression::merge_repeated_atoms() {
+  // Equal atoms share one solver variable: the sum over them would take that
+  // variable twice, which conflict analysis does not expect of a constraint.
+  std::vector<atom_type> merged;
+  merged.reserve(m_atoms.size());
+  bool zero_kept = false;
+  for (const atom_type& atom : m_atoms) {
+    // Atoms worth nothing all become the same fixed variable: keep one of them.
+    if (atom.coefficient == 0 || atom.conj->always_false()) {
+      if (zero_kept) continue;
+      zero_kept = true;
+    }
+    auto same = std::find_if(merged.begin(), merged.end(), [&](const atom_type& m) {
+      return m.conj == atom.conj && m.negated == atom.negated;
+    });
+    if (same == merged.end()) {
+      merged.push_back(atom);
+      continue;
+    }
+    same->coefficient = saturated(static_cast<long long>(same->coefficient) + atom.coefficient);
+  }
+  // Drop the kept zero atom when others remain; an objective of zero atoms keeps one.
+  if (merged.size() > 1)
+    merged.erase(std::remove_if(merged.begin(), merged.end(),
+                                [](const atom_type& atom) {
+                                  return atom.coefficient == 0 || atom.conj->always_false();
+                                }),
+                 merged.end());
+  if (merged.empty() && !m_atoms.empty()) merged.push_back(m_atoms.front());
+  m_atoms.swap(merged);
+}
+
 void expression::merge_similar_conjunctions() {
   std::sort(m_atoms.begin(), m_atoms.end(), compare_conjunctions);
   for (std::size_t i = 1; i < m_atoms.size(); ++i) {

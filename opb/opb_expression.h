@@ -43,6 +43,9 @@ class expression {
   void make_single_literals_positive(context& ctx);
   void merge_similar_conjunctions();
   void make_atoms_positive(int& rhs);
+  // For the objective, which is not normalized: equal atoms (same product, same
+  // sign) are summed, and atoms worth nothing are dropped while others remain.
+  void merge_repeated_atoms();
   // Products in their order, then plain before negated.
   static bool compare_conjunctions(const atom_type& a, const atom_type& b);
 

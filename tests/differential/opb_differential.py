@@ -179,6 +179,9 @@ def gen_objective(rng, n, product_rate):
         else:
             lits = random_conjunction(rng, n, product_rate)
         terms.append((c, lits))
+        if budget > c and rng.random() < 0.1:   # the same term again
+            budget -= c
+            terms.append((c, list(lits)))
         if budget <= 0:
             break
     return terms
