@@ -235,6 +235,23 @@ void learned_type::construct_from_variables(const literal_vector* explanation,
   compute_level();
 }
 
+void learned_type::construct_clause_from(const constraint_connectivity_info& info,
+                                         const literal_vector& explanation, unsigned int time) {
+  reset();
+  const unsigned int boost = m_solver->conflicts_before_boosting_effort;
+  m_effort = info.conflict_count() > boost ? info.conflict_count() - boost : 0;
+  const unsigned int n = std::min<unsigned int>(info.arity(), unsigned(explanation.size()));
+  for (unsigned int i = 0; i < n; ++i) {
+    if (explanation[i].empty()) continue;
+    const unsigned int var = info.to_variable(i);
+    insert_literal(explanation[i], var, m_stack->var_modification_entry_before(var, time));
+  }
+  m_explanation_valid = true;
+  compute_level();
+  if (m_solver->relax_conflict_cause) relax_cause();
+  relax_if_required();
+}
+
 void learned_type::insert_literal(const small_model::iset& set, unsigned int variable,
                                   unsigned int entry) {
   const unsigned int i = node_of(variable);

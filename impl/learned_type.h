@@ -96,6 +96,10 @@ class learned_type : private no_copy {
   // Positions for the present nodes: each variable's last change below `time`.
   // A null explanation means none.
   void construct_from_variables(const literal_vector* explanation, unsigned int time);
+  // Starts directly in clause form from the explanation of a constraint, the
+  // literals of a variable that stands at several parameters joined.
+  void construct_clause_from(const constraint_connectivity_info& info,
+                             const literal_vector& explanation, unsigned int time);
   void insert_literal(const small_model::iset& set, unsigned int variable, unsigned int entry);
   // The resolution step on the pivot: false if the literal vanished (or has no node).
   bool intersect_literal(const small_model::iset& set, unsigned int variable, unsigned int entry);

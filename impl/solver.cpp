@@ -1085,15 +1085,46 @@ solver::explanation_views solver::get_constraint_explanation(unsigned int constr
   constraint_aged_info view(info, m_stack, entry, effort);
   view.set_use_ages(check_domain_ages);
   const small_model::iset asked = augment_explanations ? literal : small_model::iset::full();
-  propagator.explain_propagation(conflict ? 0 : param, asked, after, view, explanation);
-  if (want_proof()) views.rule = propagator.rule(explanation);
+  if (repeats_variable(constraint)) {
+    // A propagator explains its parameters as if they were independent; the
+    // trivial explanation stays implied when two of them are one variable.
+    explanation_generators::explain_propagation(conflict ? 0 : param, asked, after, view,
+                                                explanation);
+  } else {
+    propagator.explain_propagation(conflict ? 0 : param, asked, after, view, explanation);
+    if (want_proof()) views.rule = propagator.rule(explanation);
+  }
   if (report_level >= 2) report_explanation(std::cout, view, explanation);
   views.explanation = &explanation;
   return views;
 }
 
+bool solver::repeats_variable(unsigned int constraint) const {
+  // Stamps per variable: one pass over the parameters, no allocation once sized.
+  static std::vector<unsigned int> stamps;
+  static unsigned int stamp = 0;
+  if (stamps.size() < num_variables()) stamps.resize(num_variables(), 0);
+  if (++stamp == 0) {
+    std::fill(stamps.begin(), stamps.end(), 0);
+    stamp = 1;
+  }
+  for (unsigned int var : m_connectivity[constraint].params()) {
+    if (stamps[var] == stamp) return true;
+    stamps[var] = stamp;
+  }
+  return false;
+}
+
 void solver::collect_conflict_nodes(learned_type& learned, explanation_views& views,
                                     unsigned int constraint, unsigned int time) {
+  if (repeats_variable(constraint)) {
+    // Nodes stand for distinct variables: such a constraint is learned from as
+    // the clause of its explanation, with the literals of one variable joined.
+    m_proof_collector->record_conflict(constraint, *views.explanation, std::move(views.rule));
+    record_explanation_variables(m_connectivity[constraint], *views.explanation);
+    learned.construct_clause_from(m_connectivity[constraint], *views.explanation, time);
+    return;
+  }
   if (want_proof()) {
     // Building the learned object relaxes it, and in constraint form that may
     // renew its explanation: the proof starts from the clause that the analysis
@@ -1167,7 +1198,7 @@ void solver::resolve(learned_type& learned, unsigned int variable, unsigned int 
   const unsigned int entry = learned.nodes()[learned.node_of(variable)].modification;
   ++m_combines;
   // A proof replays clauses only: while one is wanted, every step is a clause step.
-  if (combine_constraints && !want_proof() &&
+  if (combine_constraints && !want_proof() && !repeats_variable(constraint) &&
       learned.combine(*m_propagators[constraint], m_connectivity[constraint], param, entry)) {
     ++m_non_fallback_combines;
     return;
@@ -1196,9 +1227,11 @@ bool solver::prepare_to_resolve(learned_type& learned, unsigned int variable,
   explanation_views views = get_constraint_explanation(constraint, param, literal, entry);
   explanation = views.explanation;
   add_constraint_cost_to_variables(constraint, m_stack.cost_increment(), explanation);
-  if (param == constraint_runtime_info::NO_PARAM || param >= explanation->size() ||
-      !(*explanation)[param].intersects(m_stack.var_domain_after_modification(variable, entry)))
-    return false;
+  if (param == constraint_runtime_info::NO_PARAM || param >= explanation->size()) return false;
+  small_model::iset pivot_set;
+  for (unsigned int i = 0; i < params.size() && i < explanation->size(); ++i)
+    if (params[i] == variable) pivot_set |= (*explanation)[i];
+  if (!pivot_set.intersects(m_stack.var_domain_after_modification(variable, entry))) return false;
   m_proof_collector->record_resolution(constraint, *explanation, int(variable),
                                        std::move(views.rule));
   if (report_level >= 2) {
@@ -1213,17 +1246,22 @@ void solver::resolve_clause(learned_type& learned, const constraint_connectivity
                             const std::vector<small_model::iset>& explanation, unsigned int param,
                             unsigned int entry) const {
   const unsigned int n = std::min<unsigned int>(info.arity(), unsigned(explanation.size()));
+  const unsigned int x = info.to_variable(param);
+  small_model::iset pivot_set;
   for (unsigned int p = 0; p < n; ++p) {
-    if (p == param || explanation[p].empty()) continue;
     const unsigned int w = info.to_variable(p);
+    if (w == x) {
+      pivot_set |= explanation[p];  // all entries of the pivot's variable
+      continue;
+    }
+    if (explanation[p].empty()) continue;
     learned.insert_literal(explanation[p], w, m_stack.var_modification_entry_before(w, entry));
     relax(learned, learned.node_of(w));
   }
   // The resolution proper: x in S and x in E give x in S intersected with E.
-  const unsigned int x = info.to_variable(param);
   const unsigned int position = learned.nodes()[learned.node_of(x)].modification;
   const bool survived = learned.intersect_literal(
-      explanation[param], x, m_stack.var_modification_entry_before(x, position));
+      pivot_set, x, m_stack.var_modification_entry_before(x, position));
   if (relax_conflict_cause) learned.relax_cause();
   if (survived) relax(learned, learned.node_of(x));
   if (report_level >= 2) std::cout << "consequent: " << learned << "\n\n";

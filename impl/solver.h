@@ -286,6 +286,8 @@ class solver : private solver_types, private no_copy, private watch_types {
                       unsigned int entry) const;
   void report_resolution_start(std::ostream& os, const learned_type& learned,
                                unsigned int constraint, unsigned int entry) const;
+  // Whether a variable stands at two parameters of the constraint.
+  bool repeats_variable(unsigned int constraint) const;
 
   // ---- state (in the order of the solver's table) ---------------------------------
   std::uint64_t m_time = 2;

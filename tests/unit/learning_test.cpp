@@ -107,6 +107,8 @@ model random_model(unsigned int seed) {
         if (std::rand() % 4) d.insert(v);
     m.domains.push_back(d);
   }
+  // Some constraints take one variable at two parameters.
+  const bool repeats = std::rand() % 4 == 0;
   const auto pick = [&](unsigned int k) {
     std::vector<unsigned int> vars;
     while (vars.size() < k) {
@@ -115,6 +117,11 @@ model random_model(unsigned int seed) {
       for (unsigned int w : vars) fresh = fresh && w != v;
       if (fresh) vars.push_back(v);
     }
+    return vars;
+  };
+  const auto pick_maybe_repeated = [&](unsigned int k) {
+    std::vector<unsigned int> vars = pick(k);
+    if (repeats && k >= 3 && std::rand() % 2) vars[k - 1] = vars[std::rand() % (k - 1)];
     return vars;
   };
   const unsigned int count = boolean ? 4 * n + std::rand() % n : n + std::rand() % n;
@@ -132,7 +139,7 @@ model random_model(unsigned int seed) {
       }
     } else if (kind < 10) {
       it.kind = model::item::LINEAR;
-      it.vars = pick(2 + std::rand() % 3);
+      it.vars = pick_maybe_repeated(2 + std::rand() % 3);
       int most = 0;
       for (std::size_t i = 0; i < it.vars.size(); ++i) {
         const int c = std::rand() % 5 - 2;
@@ -142,10 +149,10 @@ model random_model(unsigned int seed) {
       it.constant = most - 2 - std::rand() % 5;  // binding, rarely alone unsatisfiable
     } else if (kind == 10) {
       it.kind = std::rand() % 2 ? model::item::LE_SUM : model::item::GE_SUM;
-      it.vars = pick(3);
+      it.vars = pick_maybe_repeated(3);
     } else {
       it.kind = boolean ? model::item::SUM_MOD : model::item::SUM_WRAP;
-      it.vars = pick(3);
+      it.vars = pick_maybe_repeated(3);
       it.constant = std::rand() % 2;
     }
     m.items.push_back(it);
