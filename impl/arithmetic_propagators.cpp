@@ -524,8 +524,8 @@ std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::new_nar
 //==== linear_combination_ge_propagator: combination ============================
 
 bool linear_combination_ge_propagator::get_disjunction_specification(
-    disjunction_specification& spec) const {
-  spec.declare_constraint(this, 0);
+    disjunction_specification& form) const {
+  form.declare_constraint(this, 0);
   return true;
 }
 
@@ -548,18 +548,18 @@ std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::combine
 }
 
 long long linear_combination_ge_propagator::find_var_coefficient(
-    unsigned int var, const disjunction_specification& spec) {
-  const int position = spec.find_constraint_param(var);
+    unsigned int var, const disjunction_specification& form) {
+  const int position = form.find_constraint_param(var);
   if (position < 0) return 0;
-  if (dynamic_cast<const difference_ge_propagator*>(spec.constraint()))
+  if (dynamic_cast<const difference_ge_propagator*>(form.constraint()))
     return position == 0 ? 1 : -1;
-  if (const auto* sum = dynamic_cast<const linear_combination_ge_propagator*>(spec.constraint()))
+  if (const auto* sum = dynamic_cast<const linear_combination_ge_propagator*>(form.constraint()))
     return sum->m_coefficients[unsigned(position)];
   return 0;
 }
 
 bool linear_combination_ge_propagator::accumulate_coefficients(
-    std::vector<long long>& coefs, long long& constant, const disjunction_specification& spec,
+    std::vector<long long>& coefs, long long& constant, const disjunction_specification& form,
     long long multiplier) {
   const auto add = [&](unsigned int var, long long coefficient) {
     if (coefs.size() <= var) coefs.resize(var + 1, 0);
@@ -568,13 +568,13 @@ bool linear_combination_ge_propagator::accumulate_coefficients(
            !__builtin_add_overflow(coefs[var], term, &coefs[var]);
   };
   long long base_constant;
-  if (const auto* diff = dynamic_cast<const difference_ge_propagator*>(spec.constraint())) {
-    if (!add(spec.constraint_var(0), 1) || !add(spec.constraint_var(1), -1)) return false;
+  if (const auto* diff = dynamic_cast<const difference_ge_propagator*>(form.constraint())) {
+    if (!add(form.constraint_var(0), 1) || !add(form.constraint_var(1), -1)) return false;
     base_constant = diff->constant();
   } else if (const auto* sum =
-                 dynamic_cast<const linear_combination_ge_propagator*>(spec.constraint())) {
+                 dynamic_cast<const linear_combination_ge_propagator*>(form.constraint())) {
     for (unsigned int i = 0; i < sum->m_coefficients.size(); ++i)
-      if (!add(spec.constraint_var(i), sum->m_coefficients[i])) return false;
+      if (!add(form.constraint_var(i), sum->m_coefficients[i])) return false;
     base_constant = sum->m_constant;
   } else {
     return false;
@@ -643,22 +643,22 @@ bool linear_combination_ge_propagator::disjoin_constraint(const disjunction_spec
 }
 
 std::unique_ptr<constraint_propagator> linear_combination_ge_propagator::new_propagator(
-    const disjunction_specification& spec, std::vector<unsigned int>& params) const {
-  for (unsigned int i = 0; i < spec.constraint_param_count(); ++i)
-    params.push_back(spec.constraint_var(i));
-  const unsigned int n = spec.literal_count();
+    const disjunction_specification& form, std::vector<unsigned int>& params) const {
+  for (unsigned int i = 0; i < form.constraint_param_count(); ++i)
+    params.push_back(form.constraint_var(i));
+  const unsigned int n = form.literal_count();
   if (n == 0) {
-    if (std::unique_ptr<constraint_propagator> owned = spec.release_owned_constraint())
+    if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
-    return spec.constraint() ? spec.constraint()->clone() : nullptr;
+    return form.constraint() ? form.constraint()->clone() : nullptr;
   }
   auto result =
       std::make_unique<disjoint_propagator<linear_combination_ge_propagator, clause_propagation_algo>>(
           *this);
   literal_vector& literals = result->update_literals();
   for (unsigned int k = 0; k < n; ++k) {
-    literals.push_back(spec.literal(k));
-    params.push_back(spec.literal_var(k));
+    literals.push_back(form.literal(k));
+    params.push_back(form.literal_var(k));
   }
   return result;
 }

@@ -131,7 +131,7 @@ class linear_combination_ge_propagator : public constraint_propagator {
   }
 
   // ---- combination (Fourier-Motzkin elimination) ------------------------------
-  bool get_disjunction_specification(disjunction_specification& spec) const override;
+  bool get_disjunction_specification(disjunction_specification& form) const override;
   bool may_combine(const constraint_propagator& other) const override;
   std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
                                                  const constraint_propagator& right,
@@ -149,7 +149,7 @@ class linear_combination_ge_propagator : public constraint_propagator {
                           const disjunction_specification& right,
                           disjunction_specification& result) const override;
   std::unique_ptr<constraint_propagator> new_propagator(
-      const disjunction_specification& spec, std::vector<unsigned int>& params) const override;
+      const disjunction_specification& form, std::vector<unsigned int>& params) const override;
   // Substitutes x = result - y, from a two-parameter sum_mod_propagator whose
   // mod is result + 1, for the pivot.
   std::unique_ptr<constraint_propagator> combine_sum_mod(const constraint_runtime_info& info,
@@ -159,13 +159,13 @@ class linear_combination_ge_propagator : public constraint_propagator {
                                                          unsigned int pivot,
                                                          std::vector<unsigned int>& out) const;
 
-  // Coefficient of variable var in the base constraint of spec (a difference or
+  // Coefficient of variable var in the base constraint of form (a difference or
   // a linear combination); 0 when var isn't a base parameter.
-  static long long find_var_coefficient(unsigned int var, const disjunction_specification& spec);
+  static long long find_var_coefficient(unsigned int var, const disjunction_specification& form);
   // coefs[variable] += m * coefficient, constant += m * the constant of the base
-  // of spec; false on overflow, and then constant is left alone.
+  // of form; false on overflow, and then constant is left alone.
   static bool accumulate_coefficients(std::vector<long long>& coefs, long long& constant,
-                                      const disjunction_specification& spec, long long multiplier);
+                                      const disjunction_specification& form, long long multiplier);
   // The sum of the non-zero coefs (indexed by variable) >= constant as the owned
   // base of result; false when it says nothing or doesn't fit 32 bits.
   static bool set_constraint_from_positional_coefficients(const std::vector<long long>& coefs,

@@ -282,10 +282,10 @@ bool clause_propagator::potentially_falsifying(const constraint_runtime_info& in
   return !m.empty() && m != d;
 }
 
-bool clause_propagator::get_disjunction_specification(disjunction_specification& spec) const {
+bool clause_propagator::get_disjunction_specification(disjunction_specification& form) const {
   const literal_vector& own = literals();
-  spec.declare_literals(own.data(), unsigned(own.size()), 0);
-  spec.declare_constraint(nullptr, 0);
+  form.declare_literals(own.data(), unsigned(own.size()), 0);
+  form.declare_constraint(nullptr, 0);
   return true;
 }
 

@@ -75,15 +75,15 @@ std::unique_ptr<constraint_propagator> equal_propagator::clone() const {
 }
 
 std::unique_ptr<constraint_propagator> equal_propagator::new_propagator(
-    const disjunction_specification& spec, std::vector<unsigned int>& params) const {
+    const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
-  params.push_back(spec.constraint_var(0));
-  params.push_back(spec.constraint_var(1));
-  const unsigned int n = spec.literal_count();
+  params.push_back(form.constraint_var(0));
+  params.push_back(form.constraint_var(1));
+  const unsigned int n = form.literal_count();
   if (n == 0) {
-    if (std::unique_ptr<constraint_propagator> owned = spec.release_owned_constraint())
+    if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
-    return spec.constraint() ? spec.constraint()->clone() : nullptr;
+    return form.constraint() ? form.constraint()->clone() : nullptr;
   }
   // A single literal takes the clause half as well; a literal-guarded equality
   // would only save the clause's watches.
@@ -91,8 +91,8 @@ std::unique_ptr<constraint_propagator> equal_propagator::new_propagator(
       *this);
   literal_vector& literals = result->update_literals();
   for (unsigned int k = 0; k < n; ++k) {
-    literals.push_back(spec.literal(k));
-    params.push_back(spec.literal_var(k));
+    literals.push_back(form.literal(k));
+    params.push_back(form.literal_var(k));
   }
   return result;
 }
@@ -231,9 +231,9 @@ void difference_ge_propagator::diff_ge_rule::print(std::ostream& os,
 //==== difference_ge_propagator: combination =========================================
 
 bool difference_ge_propagator::get_disjunction_specification(
-    disjunction_specification& spec) const {
-  spec.declare_literals(nullptr, 0, 0);
-  spec.declare_constraint(this, 0);
+    disjunction_specification& form) const {
+  form.declare_literals(nullptr, 0, 0);
+  form.declare_constraint(this, 0);
   return true;
 }
 
@@ -342,23 +342,23 @@ bool difference_ge_propagator::combine_middle_pivot(const disjunction_specificat
 }
 
 std::unique_ptr<constraint_propagator> difference_ge_propagator::new_propagator(
-    const disjunction_specification& spec, std::vector<unsigned int>& params) const {
+    const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
-  params.push_back(spec.constraint_var(0));
-  params.push_back(spec.constraint_var(1));
-  const unsigned int n = spec.literal_count();
+  params.push_back(form.constraint_var(0));
+  params.push_back(form.constraint_var(1));
+  const unsigned int n = form.literal_count();
   if (n == 0) {
-    if (std::unique_ptr<constraint_propagator> owned = spec.release_owned_constraint())
+    if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
-    return spec.constraint() ? spec.constraint()->clone() : nullptr;
+    return form.constraint() ? form.constraint()->clone() : nullptr;
   }
   // A single literal takes the clause half as well; a literal-guarded difference
   // would only save the clause's watches.
   auto result = std::make_unique<difference_ge_or_clause_propagator>(m_constant);
   literal_vector& literals = result->update_literals();
   for (unsigned int k = 0; k < n; ++k) {
-    literals.push_back(spec.literal(k));
-    params.push_back(spec.literal_var(k));
+    literals.push_back(form.literal(k));
+    params.push_back(form.literal_var(k));
   }
   return result;
 }

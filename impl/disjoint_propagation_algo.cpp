@@ -146,10 +146,10 @@ template class disjoint_propagation_algo<linear_combination_ge_propagator,
 //==== difference_ge_or_clause_propagator =========================================
 
 bool difference_ge_or_clause_propagator::get_disjunction_specification(
-    disjunction_specification& spec) const {
+    disjunction_specification& form) const {
   const literal_vector& clause = literals();
-  spec.declare_literals(clause.data(), unsigned(clause.size()), 2);
-  spec.declare_owned_constraint(std::make_unique<difference_ge_propagator>(constant()), 0);
+  form.declare_literals(clause.data(), unsigned(clause.size()), 2);
+  form.declare_owned_constraint(std::make_unique<difference_ge_propagator>(constant()), 0);
   return true;
 }
 

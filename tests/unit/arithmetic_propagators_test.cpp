@@ -949,14 +949,14 @@ TEST(arithmetic_propagators, linear_disjunction_and_new_propagator) {
   result.clear();
   EXPECT_FALSE(left.disjoin_constraint(l, other, result));
   // With literals the sum is joined to a clause.
-  disjunction_specification spec;
-  spec.add_literal(6, iset("3"));
-  spec.own_constraint(std::make_unique<linear_combination_ge_propagator>(left));
-  spec.add_constraint_param(2);
-  spec.add_constraint_param(0);
-  spec.add_constraint_param(5);
+  disjunction_specification form;
+  form.add_literal(6, iset("3"));
+  form.own_constraint(std::make_unique<linear_combination_ge_propagator>(left));
+  form.add_constraint_param(2);
+  form.add_constraint_param(0);
+  form.add_constraint_param(5);
   std::vector<unsigned> params;
-  std::unique_ptr<constraint_propagator> p = left.new_propagator(spec, params);
+  std::unique_ptr<constraint_propagator> p = left.new_propagator(form, params);
   ASSERT_TRUE(p);
   EXPECT_EQ(params, (std::vector<unsigned>{2, 0, 5, 6}));
   EXPECT_EQ(p->count_params(), 4u);

@@ -452,13 +452,13 @@ TEST(comparison_propagators, new_propagator_by_literal_count) {
   EXPECT_FALSE(bare.owns_constraint());  // taken over
 
   for (unsigned count = 1; count <= 2; ++count) {
-    disjunction_specification spec;
-    spec.add_literal(7, iset("1:3"));
-    if (count == 2) spec.add_literal(3, iset("0"));
-    spec.own_constraint(std::make_unique<difference_ge_propagator>(4));
-    spec.add_constraint_param(5);
-    spec.add_constraint_param(2);
-    p = diff.new_propagator(spec, params);
+    disjunction_specification form;
+    form.add_literal(7, iset("1:3"));
+    if (count == 2) form.add_literal(3, iset("0"));
+    form.own_constraint(std::make_unique<difference_ge_propagator>(4));
+    form.add_constraint_param(5);
+    form.add_constraint_param(2);
+    p = diff.new_propagator(form, params);
     auto* disjoint = dynamic_cast<difference_ge_or_clause_propagator*>(p.get());
     ASSERT_TRUE(disjoint);
     EXPECT_EQ(disjoint->constant(), 4);

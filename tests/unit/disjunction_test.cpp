@@ -295,17 +295,17 @@ TEST(disjunction, resolution_of_literals) {
   EXPECT_EQ(empty->init(nothing), propagation_types::UNSAT);
 
   // A base constraint without parameters can't hold: only the literals count.
-  disjunction_specification spec;
-  spec.add_literal(4, iset("2"));
-  spec.own_constraint(std::make_unique<clause_propagator>());
-  spec.make_constraint(out);
-  std::unique_ptr<constraint_propagator> clause = spec.make_constraint(out);
+  disjunction_specification form;
+  form.add_literal(4, iset("2"));
+  form.own_constraint(std::make_unique<clause_propagator>());
+  form.make_constraint(out);
+  std::unique_ptr<constraint_propagator> clause = form.make_constraint(out);
   ASSERT_TRUE(dynamic_cast<clause_propagator*>(clause.get()));
   EXPECT_EQ(dynamic_cast<clause_propagator&>(*clause).literals(), (domain_list{iset("2")}));
   EXPECT_EQ(out, (std::vector<unsigned>{4}));
-  spec.clear();
-  EXPECT_EQ(spec.literal_count(), 0u);
-  EXPECT_FALSE(spec.constraint());
+  form.clear();
+  EXPECT_EQ(form.literal_count(), 0u);
+  EXPECT_FALSE(form.constraint());
 }
 
 TEST(disjunction, combinations_that_are_refused) {
