@@ -634,55 +634,48 @@ bool solver::propagate_one_constraint(unsigned int c, bool report) {
   return r != propagation_types::UNSAT;
 }
 
-bool solver::propagate_constraints_touching_var(unsigned int var, unsigned int modification) {
-  const small_model::iset before = m_stack.modification(modification).previous_domain;
-  if (!m_value_watchers[var].empty()) {
-    var_value_watchers::for_each_cleaner guard(m_value_watchers[var]);
-    const std::uint32_t lost = (before - m_stack.domain(var)).bits();
-    for (std::size_t k = m_value_watchers[var].num_keys(); k-- > 0;) {
-      const int key = m_value_watchers[var].key_at(k).key;
-      if (unsigned(key) > 31u || !((lost >> unsigned(key)) & 1u)) continue;
-      var_watchers_base::list_type& list = m_value_watchers[var].key_at(k).watchers;
-      if (list.empty()) continue;
-      auto current = std::prev(list.end());
-      for (;;) {
-        // The activation may release the present watcher: step first.
-        const bool first = current == m_value_watchers[var].key_at(k).watchers.begin();
-        const auto next = first ? current : std::prev(current);
-        if (!propagate_one_constraint(current->constraint, false)) return false;
-        if (first) break;
-        current = next;
-      }
-    }
-  }
-  if (!m_event_watchers[var].empty()) {
-    var_event_watchers& watchers = m_event_watchers[var];
-    var_event_watchers::for_each_cleaner guard(watchers);
-    const small_model::iset now = m_stack.domain(var);
-    unsigned int mask = 1u << MODIFICATION_WATCH;
-    if (now.is_singleton()) mask |= 1u << FINALIZATION_WATCH;
-    if (!now.empty() && !before.empty()) {
-      if (watchers.watches(LOWER_BOUND_WATCH) && now.min() != before.min())
-        mask |= 1u << LOWER_BOUND_WATCH;
-      if (watchers.watches(UPPER_BOUND_WATCH) && now.max() != before.max())
-        mask |= 1u << UPPER_BOUND_WATCH;
-    }
-    for (std::size_t k = watchers.num_keys(); k-- > 0;) {
-      const int key = watchers.key_at(k).key;
-      if (!((mask >> unsigned(key)) & 1u)) continue;
-      var_watchers_base::list_type& list = watchers.key_at(k).watchers;
-      if (list.empty()) continue;
-      auto current = std::prev(list.end());
-      for (;;) {
-        const bool first = current == watchers.key_at(k).watchers.begin();
-        const auto next = first ? current : std::prev(current);
-        if (!propagate_one_constraint(current->constraint, false)) return false;
-        if (first) break;
-        current = next;
-      }
+// Activates the watchers of the keys whose bit is set in `keys`, keys from the
+// last to the first, each list from the back. An activation may release the
+// present watcher or add watchers: the next position is taken before it, and the
+// key entry is read again through its index, as the vector of keys may grow.
+template <class Watchers>
+bool solver::activate_watchers(Watchers& watchers, std::uint32_t keys) {
+  typename Watchers::for_each_cleaner guard(watchers);
+  for (std::size_t k = watchers.num_keys(); k-- > 0;) {
+    const int key = watchers.key_at(k).key;
+    if (unsigned(key) > 31u || !((keys >> unsigned(key)) & 1u)) continue;
+    var_watchers_base::list_type& list = watchers.key_at(k).watchers;
+    if (list.empty()) continue;
+    auto current = std::prev(list.end());
+    for (;;) {
+      const bool first = current == watchers.key_at(k).watchers.begin();
+      const auto next = first ? current : std::prev(current);
+      if (!propagate_one_constraint(current->constraint, false)) return false;
+      if (first) break;
+      current = next;
     }
   }
   return true;
+}
+
+bool solver::propagate_constraints_touching_var(unsigned int var, unsigned int modification) {
+  const small_model::iset before = m_stack.modification(modification).previous_domain;
+  const small_model::iset now = m_stack.domain(var);
+  // A value watch fires when its value was lost since the event's first change.
+  if (!m_value_watchers[var].empty() &&
+      !activate_watchers(m_value_watchers[var], (before - now).bits()))
+    return false;
+  var_event_watchers& watchers = m_event_watchers[var];
+  if (watchers.empty()) return true;
+  std::uint32_t mask = 1u << MODIFICATION_WATCH;
+  if (now.is_singleton()) mask |= 1u << FINALIZATION_WATCH;
+  if (!now.empty() && !before.empty()) {
+    if (watchers.watches(LOWER_BOUND_WATCH) && now.min() != before.min())
+      mask |= 1u << LOWER_BOUND_WATCH;
+    if (watchers.watches(UPPER_BOUND_WATCH) && now.max() != before.max())
+      mask |= 1u << UPPER_BOUND_WATCH;
+  }
+  return activate_watchers(watchers, mask);
 }
 
 bool solver::propagate_constraints_in_variable_queue() {

@@ -260,6 +260,8 @@ class solver : private solver_types, private no_copy, private watch_types {
   bool propagate_constraints_in_variable_queue();
   bool propagate_constraint_in_constraint_queue();
   bool propagate_constraints_touching_var(unsigned int var, unsigned int modification);
+  template <class Watchers>
+  bool activate_watchers(Watchers& watchers, std::uint32_t keys);
   bool propagate_one_constraint(unsigned int constraint, bool report);
   bool propagate_dirty_learned_constraint(constraint_run_level& entry);
   void report_last_propagation(propagation_types::result_type result, bool forced) const;
