@@ -1,328 +1,132 @@
-// Tests of the watched-value clause: brute force over small random clauses, a
-// simulated search with narrowing, wake-ups by value watch and backtracking (which
-// is where watch-invariant faults show), and the edge cases of set-up, printing,
-// simplification and combination.
+// Tests of the watched-value clause: a simulated search on small random clauses
+// against brute force, with narrowing, wake-ups by value watch and backtracking
+// (which is where watch-invariant faults show), and the edge cases of set-up,
+// printing, simplification and combination.
 #include "impl/clause_propagator.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <random>
-#include <sstream>
+#include <string>
+#include <tuple>
 #include <vector>
 
+#include "impl/comparison_propagators.h"
 #include "impl/constraint_explicit_info.h"
+#include "impl/disjoint_propagation_algo.h"
+#include "unit/brute_force.h"
 
 namespace zelk {
 namespace {
 
-using iset = small_model::iset;
-using literal_vector = std::vector<iset>;
+using namespace brute_force;
 
-iset S(std::initializer_list<int> values) {
-  iset s;
-  for (int v : values) s.insert(v);
-  return s;
+recording_info querying_view(const domain_list& d) {
+  return recording_info(d, constraint_runtime_info::CONSTRAINT_QUEUE, true);
 }
 
-// A stand-alone view that remembers every value watch handed out, checks that each
-// release names the parameter and value it was allocated with, and checks that
-// writes only narrow and never empty a domain. With `querying` set it answers
-// querying_domain() true, as a tentative slice does.
-class tracking_view : public constraint_explicit_info {
- public:
-  struct value_watch {
-    watch_handle_t handle;
-    unsigned int param;
-    int value;
-  };
-
-  explicit tracking_view(unsigned int arity, bool querying = false)
-      : constraint_explicit_info(arity), m_querying(querying) {}
-
-  bool querying_domain() const override { return m_querying; }
-
-  watch_handle_t allocate_value_watch(unsigned int param, int value) override {
-    EXPECT_LT(param, arity());
-    EXPECT_TRUE(unsigned(value) <= 31u);
-    watch_handle_t h = constraint_explicit_info::allocate_value_watch(param, value);
-    m_value_watches.push_back({h, param, value});
-    return h;
-  }
-  void deallocate_value_watch(unsigned int param, int value, watch_handle_t handle) override {
-    auto it = std::find_if(m_value_watches.begin(), m_value_watches.end(),
-                           [&](const value_watch& w) { return w.handle == handle; });
-    if (it == m_value_watches.end()) {
-      ADD_FAILURE() << "release of a handle never allocated here";
-      return;
-    }
-    EXPECT_EQ(it->param, param);
-    EXPECT_EQ(it->value, value);
-    m_value_watches.erase(it);
-    constraint_explicit_info::deallocate_value_watch(param, value, handle);
-  }
-  void set_domain(unsigned int param, iset set) override {
-    EXPECT_TRUE(set.subset_of(domain(param))) << "a write must narrow";
-    EXPECT_FALSE(set.empty()) << "a propagator returns UNSAT instead of emptying a domain";
-    ++m_writes;
-    constraint_explicit_info::set_domain(param, set);
-  }
-
-  const std::vector<value_watch>& value_watches() const { return m_value_watches; }
-  unsigned int writes() const { return m_writes; }
-
- private:
-  bool m_querying;
-  std::vector<value_watch> m_value_watches;
-  unsigned int m_writes = 0;
-};
-
-// ---- brute force ----------------------------------------------------------
-
-struct brute_force_result {
-  bool satisfiable = false;      // some assignment within the domains satisfies the clause
-  bool valid = false;            // every assignment does
-  std::vector<iset> supported;   // per parameter, the values that have a support
-};
-
-brute_force_result brute_force(const literal_vector& literals, const std::vector<iset>& doms) {
-  const unsigned int n = unsigned(doms.size());
-  brute_force_result r;
-  r.supported.assign(n, iset());
-  r.valid = true;
-  std::vector<int> values(n);
-  // Odometer over all assignments within the domains.
-  std::vector<iset::iterator> it(n);
-  for (unsigned int i = 0; i < n; ++i) {
-    if (doms[i].empty()) {
-      r.valid = true;  // no assignment at all
-      return r;
-    }
-    it[i] = doms[i].begin();
-  }
-  for (;;) {
-    bool sat = false;
-    for (unsigned int i = 0; i < n && !sat; ++i) sat = literals[i].contains(*it[i]);
-    if (sat) {
-      r.satisfiable = true;
-      for (unsigned int i = 0; i < n; ++i) r.supported[i].insert(*it[i]);
-    } else {
-      r.valid = false;
-    }
-    unsigned int k = 0;
-    for (; k < n; ++k) {
-      ++it[k];
-      if (it[k] != doms[k].end()) break;
-      it[k] = doms[k].begin();
-    }
-    if (k == n) break;
-  }
-  return r;
-}
-
-// The propagation result must agree with the state it leaves behind; `before` is
-// the state the propagator was called on.
-void check_outcome(const literal_vector& literals, const std::vector<iset>& before,
-                   const tracking_view& view, propagation_types::result_type result,
-                   const std::string& context) {
-  const brute_force_result expect = brute_force(literals, before);
-  if (!expect.satisfiable) {
-    EXPECT_EQ(result, propagation_types::UNSAT) << context;
-    return;
-  }
-  ASSERT_NE(result, propagation_types::UNSAT) << context;
-  ASSERT_NE(result, propagation_types::POSTPONE) << context;
-  // Exactly the unsupported values go: unit propagation is all a clause can do.
-  for (unsigned int i = 0; i < before.size(); ++i)
-    EXPECT_EQ(view.domain(i), expect.supported[i]) << context << " param " << i;
-  const brute_force_result after = brute_force(literals, view.domains());
-  if (result == propagation_types::VALID) {
-    EXPECT_TRUE(after.valid) << context;
-  }
-  if (result == propagation_types::CONSISTENT) {
-    unsigned int live = 0;
-    for (unsigned int i = 0; i < literals.size(); ++i)
-      live += view.domain(i).intersects(literals[i]);
+// The propagation from `before` against brute force; unit propagation is all a
+// clause can do, and a unit clause must not stay CONSISTENT.
+void check_clause(const domain_list& literals, const domain_list& before, const recording_info& view,
+                  result_type r, const std::string& context) {
+  check_outcome(before, {r, view.domains()}, clause_relation(literals), DOMAIN_CONSISTENT, context);
+  unsigned live = 0;
+  for (unsigned i = 0; i < literals.size(); ++i) live += view.domain(i).intersects(literals[i]);
+  if (r == propagation_types::CONSISTENT) {
     EXPECT_GE(live, 2u) << context << ": a unit clause must not stay CONSISTENT";
   }
 }
 
 // Two distinct parameters with live value watches on values of their literals
 // that are in the domains: the state a CONSISTENT clause must leave.
-void check_two_live_watches(const clause_propagator& c, const tracking_view& view,
+void check_two_live_watches(const clause_propagator& c, const recording_info& view,
                             const std::string& context) {
-  ASSERT_EQ(view.value_watches().size(), 2u) << context;
+  const auto& w = view.value_watches;
+  ASSERT_EQ(w.size(), 2u) << context;
   EXPECT_EQ(c.count_watches(), 2u) << context;
-  const auto& w = view.value_watches();
-  EXPECT_NE(w[0].param, w[1].param) << context;
-  for (const auto& v : w) {
-    EXPECT_TRUE(view.domain(v.param).contains(v.value)) << context;
-    EXPECT_TRUE(c.literals()[v.param].contains(v.value)) << context;
+  EXPECT_NE(w[0].first, w[1].first) << context;
+  for (const auto& [param, value] : w) {
+    EXPECT_TRUE(view.domain(param).contains(value)) << context;
+    EXPECT_TRUE(c.literals()[param].contains(value)) << context;
   }
 }
 
-std::string describe(unsigned int seed, const literal_vector& literals,
-                     const std::vector<iset>& doms) {
-  std::ostringstream os;
-  os << "seed " << seed << " literals";
-  for (const iset& l : literals) os << " {" << l << "}";
-  os << " domains";
-  for (const iset& d : doms) os << " {" << d << "}";
-  return os.str();
-}
-
-// A random instance over a universe of at most five values somewhere in 0..31;
-// literals may hold values outside the universe, and may be empty.
-struct random_instance {
-  literal_vector literals;
-  std::vector<iset> domains;
-  iset universe;
-};
-
-iset random_subset(std::mt19937& rng, iset of) {
-  iset s;
-  for (int v : of)
-    if (rng() & 1u) s.insert(v);
-  return s;
-}
-
-iset random_nonempty_subset(std::mt19937& rng, iset of) {
-  for (;;) {
-    iset s = random_subset(rng, of);
-    if (!s.empty()) return s;
-  }
-}
-
-random_instance make_instance(std::mt19937& rng) {
-  random_instance r;
-  const unsigned int arity = 1 + rng() % 5;
-  switch (rng() % 3) {
-    case 0: r.universe = iset::clipped_range(0, 1 + rng() % 4); break;
-    case 1: r.universe = iset::clipped_range(27 + rng() % 3, 31); break;
-    default: {
-      const unsigned int size = 2 + rng() % 4;
-      while (r.universe.size() < size) r.universe.insert(int(rng() % 32));
-    }
-  }
-  for (unsigned int i = 0; i < arity; ++i) {
-    iset lit = random_subset(rng, r.universe);
-    if (rng() % 4 == 0) lit.insert(int(rng() % 32));
-    if (rng() % 8 == 0) lit.clear();
-    r.literals.push_back(lit);
-    r.domains.push_back(random_nonempty_subset(rng, r.universe));
-  }
-  return r;
-}
-
-// ---- brute-force tests ----------------------------------------------------
-
-TEST(clause_propagator, first_propagation_matches_brute_force) {
-  for (bool querying : {false, true}) {
-    for (unsigned int seed = 1; seed <= 3000; ++seed) {
-      std::mt19937 rng(seed);
-      const random_instance inst = make_instance(rng);
-      const std::string context =
-          describe(seed, inst.literals, inst.domains) + (querying ? " querying" : "");
-      tracking_view view(unsigned(inst.literals.size()), querying);
-      view.domains() = inst.domains;
-      clause_propagator c(inst.literals);
-
-      const propagation_types::result_type r0 = c.init(view);
-      const brute_force_result expect = brute_force(inst.literals, inst.domains);
-      ASSERT_EQ(r0 == propagation_types::UNSAT, !expect.satisfiable) << context;
-      EXPECT_EQ(c.conflicts(view), !expect.satisfiable) << context;
-      if (r0 == propagation_types::UNSAT) continue;
-      EXPECT_EQ(view.writes(), 0u) << "init only watches; " << context;
-      EXPECT_EQ(c.count_watches(), unsigned(view.value_watches().size())) << context;
-
-      const propagation_types::result_type r = c.propagate(view);
-      check_outcome(inst.literals, inst.domains, view, r, context);
-      if (!querying && r == propagation_types::CONSISTENT)
-        check_two_live_watches(c, view, context);
-      EXPECT_EQ(c.count_watches(), unsigned(view.value_watches().size())) << context;
-    }
-  }
-}
-
-// Search as the solver does it: levels of narrowing, the clause run only when a
-// value it watches leaves a domain, never again after VALID until a backtrack,
-// backtracks that restore domains but not the clause's watches. At every point at
-// which the clause is not run, brute force must find nothing to prune and no
-// conflict: a missed wake-up is a watch fault.
-void simulate_search(bool querying, unsigned int first_seed, unsigned int seeds) {
-  for (unsigned int seed = first_seed; seed < first_seed + seeds; ++seed) {
-    std::mt19937 rng(seed);
-    const random_instance inst = make_instance(rng);
-    const unsigned int n = unsigned(inst.literals.size());
-    const std::string base = describe(seed, inst.literals, inst.domains) +
-                             (querying ? " querying" : "");
-    tracking_view view(n, querying);
-    view.domains() = inst.domains;
+// Search as the solver does it, after a first propagation checked in full:
+// levels of narrowing, the clause run only when a value it watches leaves a
+// domain, never again after VALID until a backtrack, backtracks that restore
+// domains but not the clause's watches. At every point at which the clause is
+// not run, brute force must find nothing to prune and no conflict: a missed
+// wake-up is a watch fault.
+void simulate_search(bool querying, unsigned first_seed, unsigned seeds) {
+  for (unsigned seed = first_seed; seed < first_seed + seeds; ++seed) {
+    std::mt19937 gen(seed);
+    const clause_instance inst = random_clause(gen);
+    const unsigned n = unsigned(inst.literals.size());
+    const relation rel = clause_relation(inst.literals);
+    const std::string base = "seed " + std::to_string(seed) + " literals " + show(inst.literals) +
+                             " domains " + show(inst.domains) + (querying ? " querying" : "");
+    recording_info view(inst.domains, constraint_runtime_info::CONSTRAINT_QUEUE, querying);
     clause_propagator c(inst.literals);
-    if (c.init(view) == propagation_types::UNSAT) continue;
-    propagation_types::result_type r = c.propagate(view);
-    check_outcome(inst.literals, inst.domains, view, r, base + " level 0");
-    if (r == propagation_types::UNSAT) continue;
+    const bool satisfiable = solvable(inst.domains, rel);
+    ASSERT_EQ(c.init(view) == propagation_types::UNSAT, !satisfiable) << base;
+    EXPECT_EQ(c.conflicts(view), !satisfiable) << base;
+    if (!satisfiable) continue;
+    EXPECT_EQ(view.writes, 0u) << "init only watches; " << base;
+    EXPECT_EQ(c.count_watches(), view.value_watches.size()) << base;
+    result_type r = c.propagate(view);
+    check_clause(inst.literals, inst.domains, view, r, base + " level 0");
+    if (!querying && r == propagation_types::CONSISTENT) check_two_live_watches(c, view, base);
+    EXPECT_EQ(c.count_watches(), view.value_watches.size()) << base;
 
-    std::vector<std::vector<iset>> trail{view.domains()};  // state at the end of each level
-    bool valid = r == propagation_types::VALID;           // the solver's queue bit
-    for (unsigned int step = 0; step < 40; ++step) {
-      std::ostringstream ctx;
-      ctx << base << " step " << step;
-      if (trail.size() > 1 && rng() % 4 == 0) {
-        const std::size_t level = rng() % trail.size();
+    std::vector<domain_list> trail{view.domains()};  // state at the end of each level
+    bool valid = r == propagation_types::VALID;     // the solver's queue bit
+    for (unsigned step = 0; step < 40; ++step) {
+      std::string context = base + " step " + std::to_string(step);
+      if (trail.size() > 1 && gen() % 4 == 0) {
+        const std::size_t level = gen() % trail.size();
         trail.resize(level + 1);
         view.domains() = trail.back();
         valid = false;  // a backtrack clears the queue bits
-        ctx << " backtrack to " << level;
         // Nothing fires on a backtrack: the state must be at a fixpoint already.
-        const brute_force_result now = brute_force(inst.literals, view.domains());
-        ASSERT_TRUE(now.satisfiable) << ctx.str();
-        for (unsigned int i = 0; i < n; ++i)
-          ASSERT_EQ(view.domain(i), now.supported[i]) << ctx.str() << " param " << i;
+        ASSERT_EQ(view.domains(), supported_values(view.domains(), rel))
+            << context << " backtrack to " << level;
         continue;
       }
       // A decision level: narrow one or two parameters.
-      std::vector<iset> before = view.domains();
-      bool woken = false;
-      for (unsigned int k = 1 + rng() % 2; k-- > 0;) {
-        const unsigned int p = rng() % n;
+      const domain_list before = view.domains();
+      for (unsigned k = 1 + gen() % 2; k-- > 0;) {
+        const unsigned p = gen() % n;
         const iset d = view.domain(p);
         if (d.size() < 2) continue;
         iset nd;
-        do nd = random_nonempty_subset(rng, d);
+        do nd = random_subset(gen, d, true);
         while (nd == d);
         view.domains()[p] = nd;
       }
-      for (const auto& w : view.value_watches())
-        if (before[w.param].contains(w.value) && !view.domain(w.param).contains(w.value))
-          woken = true;
-      const std::vector<iset> narrowed = view.domains();
-      const brute_force_result now = brute_force(inst.literals, narrowed);
+      bool woken = false;
+      for (const auto& [param, value] : view.value_watches)
+        woken |= before[param].contains(value) && !view.domain(param).contains(value);
+      const domain_list narrowed = view.domains();
       if (woken && !valid) {
         r = c.propagate(view);
-        check_outcome(inst.literals, narrowed, view, r, ctx.str());
+        check_clause(inst.literals, narrowed, view, r, context);
         if (!querying && r == propagation_types::CONSISTENT)
-          check_two_live_watches(c, view, ctx.str());
+          check_two_live_watches(c, view, context);
         if (r == propagation_types::UNSAT) {
           // Conflict: back to a random earlier level, as the analysis would.
-          const std::size_t level = rng() % trail.size();
-          trail.resize(level + 1);
+          trail.resize(gen() % trail.size() + 1);
           view.domains() = trail.back();
           valid = false;
           continue;
         }
         valid = r == propagation_types::VALID;
       } else {
-        ASSERT_TRUE(now.satisfiable) << ctx.str() << ": conflict missed (woken " << woken
-                                     << ", valid " << valid << ")";
-        for (unsigned int i = 0; i < n; ++i)
-          ASSERT_EQ(narrowed[i], now.supported[i])
-              << ctx.str() << ": unit propagation missed on param " << i;
+        ASSERT_EQ(narrowed, supported_values(narrowed, rel))
+            << context << ": conflict or unit propagation missed (woken " << woken << ", valid "
+            << valid << ")";
       }
-      EXPECT_LE(view.value_watches().size(), 2u) << ctx.str();
-      EXPECT_EQ(c.count_watches(), unsigned(view.value_watches().size())) << ctx.str();
+      EXPECT_LE(view.value_watches.size(), 2u) << context;
+      EXPECT_EQ(c.count_watches(), view.value_watches.size()) << context;
       trail.push_back(view.domains());
     }
   }
@@ -333,192 +137,150 @@ TEST(clause_propagator, search_with_backtracking_misses_no_wake_up) {
 }
 
 TEST(clause_propagator, querying_view_search_misses_no_wake_up) {
+  simulate_search(true, 1, 3000);
   simulate_search(true, 10001, 3000);
 }
 
-// ---- set-up ---------------------------------------------------------------
+//==== set-up ====================================================================
 
 TEST(clause_propagator, init_edge_cases) {
-  {
-    clause_propagator empty;
-    constraint_explicit_info view(0);
-    EXPECT_EQ(empty.init(view), propagation_types::UNSAT);
-    EXPECT_EQ(empty.propagate(view), propagation_types::UNSAT);
-    EXPECT_TRUE(empty.conflicts(view));
+  clause_propagator empty;
+  constraint_explicit_info none(0);
+  EXPECT_EQ(empty.init(none), propagation_types::UNSAT);
+  EXPECT_EQ(empty.propagate(none), propagation_types::UNSAT);
+  EXPECT_TRUE(empty.conflicts(none));
+  try {
+    constraint_explicit_info three(3);
+    (void)clause_propagator{iset("1"), iset("2")}.init(three);
+    FAIL() << "arity mismatch accepted";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "Number of variables and literals differ");
   }
-  {
-    clause_propagator c{S({1}), S({2})};
-    constraint_explicit_info view(3);
-    try {
-      (void)c.init(view);
-      FAIL() << "arity mismatch accepted";
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), "Number of variables and literals differ");
-    }
-  }
-  {
-    // Unit at init: no value watch, the first propagate reduces and is VALID.
-    clause_propagator c{S({1, 2}), S({5})};
-    tracking_view view(2);
-    view.domains() = {S({0, 1, 2, 3}), S({6, 7})};
-    EXPECT_EQ(c.init(view), propagation_types::VALID);
-    EXPECT_EQ(c.count_watches(), 0u);
-    EXPECT_EQ(c.algo().watch(0).param, 0);
-    EXPECT_EQ(c.algo().watch(1).param, -1);
-    EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-    EXPECT_EQ(view.domain(0), S({1, 2}));
-    EXPECT_EQ(view.value_watches().size(), 0u);
-  }
-  {
-    // Satisfied at init: the first parameter within its literal, no watch.
-    clause_propagator c{S({1, 2}), S({5, 6})};
-    tracking_view view(2);
-    view.domains() = {S({1, 3}), S({5})};
-    EXPECT_EQ(c.init(view), propagation_types::VALID);
-    EXPECT_EQ(c.algo().watch(0).param, 1);
-    EXPECT_EQ(c.count_watches(), 0u);
-    EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-    EXPECT_EQ(view.writes(), 0u);
-  }
+  // Unit at init: no value watch, the first propagate reduces and is VALID.
+  clause_propagator unit{iset("1,2"), iset("5")};
+  recording_info view({iset("0:3"), iset("6,7")});
+  EXPECT_EQ(unit.init(view), propagation_types::VALID);
+  EXPECT_EQ(unit.count_watches(), 0u);
+  EXPECT_EQ(unit.algo().watch(0).param, 0);
+  EXPECT_EQ(unit.algo().watch(1).param, -1);
+  EXPECT_EQ(unit.propagate(view), propagation_types::VALID);
+  EXPECT_EQ(view.domain(0), iset("1,2"));
+  EXPECT_TRUE(view.value_watches.empty());
+  // Satisfied at init: the first parameter within its literal, no watch.
+  clause_propagator satisfied{iset("1,2"), iset("5,6")};
+  recording_info held({iset("1,3"), iset("5")});
+  EXPECT_EQ(satisfied.init(held), propagation_types::VALID);
+  EXPECT_EQ(satisfied.algo().watch(0).param, 1);
+  EXPECT_EQ(satisfied.count_watches(), 0u);
+  EXPECT_EQ(satisfied.propagate(held), propagation_types::VALID);
+  EXPECT_EQ(held.writes, 0u);
 }
 
 TEST(clause_propagator, querying_view_never_watches_an_empty_literal) {
   // Only parameter 2 can hold; parameter 0 has an empty literal, so the fallback
   // watch goes to parameter 1, on the smallest value of its literal.
-  clause_propagator c{iset(), S({4, 9}), S({3, 7})};
-  tracking_view view(3, true);
-  view.domains() = {S({0, 1}), S({1, 2}), S({3, 5, 7})};
+  clause_propagator c{iset(), iset("4,9"), iset("3,7")};
+  recording_info view = querying_view({iset("0,1"), iset("1,2"), iset("3,5,7")});
   EXPECT_EQ(c.init(view), propagation_types::VALID);
-  ASSERT_EQ(view.value_watches().size(), 2u);
-  for (const auto& w : view.value_watches()) EXPECT_NE(w.param, 0u);
-  EXPECT_EQ(c.algo().watch(0).param, 2);
-  EXPECT_EQ(c.algo().watch(0).value, 3);
-  EXPECT_EQ(c.algo().watch(1).param, 1);
-  EXPECT_EQ(c.algo().watch(1).value, 4);
-
+  EXPECT_EQ(view.value_watches, (std::vector<std::pair<unsigned, int>>{{2, 3}, {1, 4}}));
   EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-  EXPECT_EQ(view.domain(2), S({3, 7}));
-  for (const auto& w : view.value_watches()) EXPECT_NE(w.param, 0u);
-
+  EXPECT_EQ(view.domain(2), iset("3,7"));
+  for (const auto& w : view.value_watches) EXPECT_NE(w.first, 0u);
   // Without a second non-empty literal, one watch only.
-  clause_propagator d{iset(), S({3, 7})};
-  tracking_view view2(2, true);
-  view2.domains() = {S({0, 1}), S({3, 5, 7})};
+  clause_propagator d{iset(), iset("3,7")};
+  recording_info view2 = querying_view({iset("0,1"), iset("3,5,7")});
   EXPECT_EQ(d.init(view2), propagation_types::VALID);
-  EXPECT_EQ(view2.value_watches().size(), 1u);
+  EXPECT_EQ(view2.value_watches.size(), 1u);
   EXPECT_EQ(d.propagate(view2), propagation_types::VALID);
-  EXPECT_EQ(view2.domain(1), S({3, 7}));
+  EXPECT_EQ(view2.domain(1), iset("3,7"));
+}
+
+//==== propagation ===============================================================
+
+TEST(clause_propagator, refresh_outcomes) {
+  // The last live literal gets reduced: VALID, not CONSISTENT.
+  clause_propagator c{iset("1"), iset("2"), iset("3,4")};
+  recording_info view({iset("0,1"), iset("0,2"), iset("3,5")});
+  ASSERT_EQ(c.init(view), propagation_types::VALID);
+  ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
+  view.domains()[0] = iset("0");  // kills watch 0; parameter 2 takes over
+  EXPECT_EQ(c.propagate(view), propagation_types::CONSISTENT);
+  check_two_live_watches(c, view, "moved");
+  view.domains()[1] = iset("0");
+  EXPECT_EQ(c.propagate(view), propagation_types::VALID);
+  EXPECT_EQ(view.domain(2), iset("3"));
+
+  // The woken literal is false and the other watched parameter already lies in
+  // its literal: the scan skips it and the answer is VALID with no write.
+  clause_propagator d{iset("1"), iset("2,3"), iset("9")};
+  recording_info skip({iset("0,1"), iset("2:4"), iset("8")});
+  ASSERT_EQ(d.init(skip), propagation_types::VALID);
+  ASSERT_EQ(d.propagate(skip), propagation_types::CONSISTENT);
+  skip.domains() = {iset("0"), iset("2,3"), iset("8")};
+  // The fast path would see the satisfied parameter too; go through refresh.
+  EXPECT_EQ(d.algo().watch(0).param, 0);
+  EXPECT_EQ(d.algo().refresh_watch(skip, 0), propagation_types::VALID);
+  EXPECT_EQ(skip.writes, 0u);
+  EXPECT_EQ(d.algo().watch(0).param, 0) << "the dead watch stays";
+
+  // One parameter: the cyclic scan visits nothing; its literal false means UNSAT.
+  for (bool querying : {false, true}) {
+    clause_propagator one{iset("4,5")};
+    recording_info single({iset("3:6")}, constraint_runtime_info::CONSTRAINT_QUEUE, querying);
+    ASSERT_EQ(one.init(single), propagation_types::VALID);
+    if (querying) single.domains()[0] = iset("3,6");
+    EXPECT_EQ(one.propagate(single), querying ? propagation_types::UNSAT : propagation_types::VALID);
+    if (!querying) {
+      EXPECT_EQ(single.domain(0), iset("4,5"));
+    }
+  }
 }
 
 TEST(clause_propagator, querying_view_repairs_the_second_watch_after_valid) {
   // Record 0 dies and the clause is satisfied by parameter 2; in a querying view
   // the run goes on and moves record 1 off its lost value as well.
-  clause_propagator c{S({1}), S({2, 3}), S({4})};
-  tracking_view view(3, true);
-  view.domains() = {S({0, 1}), S({2, 3, 5}), S({4, 6})};
+  clause_propagator c{iset("1"), iset("2,3"), iset("4")};
+  recording_info view = querying_view({iset("0,1"), iset("2,3,5"), iset("4,6")});
   ASSERT_EQ(c.init(view), propagation_types::VALID);
-  view.domains() = {S({0}), S({3, 5}), S({4})};
+  view.domains() = {iset("0"), iset("3,5"), iset("4")};
   EXPECT_EQ(c.propagate(view), propagation_types::VALID);
   EXPECT_EQ(c.algo().watch(0).param, 0) << "satisfied elsewhere: the dead watch stays";
   EXPECT_EQ(c.algo().watch(1).param, 1);
   EXPECT_EQ(c.algo().watch(1).value, 3);
-  EXPECT_EQ(view.writes(), 0u);
-
-  // Unit in a querying view: the other record is moved inside the reduced domain.
-  clause_propagator d{S({1, 2}), S({5})};
-  tracking_view qview(2, true);
-  qview.domains() = {S({1, 2, 3}), S({4, 5})};
-  ASSERT_EQ(d.init(qview), propagation_types::VALID);
-  qview.domains() = {S({0, 2, 3}), S({4, 5})};
-  // Record 1 (on parameter 1) dies while record 0 still sits on the lost value 1.
-  qview.domains()[1] = S({4});
-  EXPECT_EQ(d.algo().refresh_watch(qview, 1), propagation_types::VALID);
-  EXPECT_EQ(qview.domain(0), S({2}));
+  EXPECT_EQ(view.writes, 0u);
+  // Unit in a querying view: record 1 (on parameter 1) dies while record 0 still
+  // sits on the lost value 1, and is moved inside the reduced domain.
+  clause_propagator d{iset("1,2"), iset("5")};
+  recording_info unit = querying_view({iset("1:3"), iset("4,5")});
+  ASSERT_EQ(d.init(unit), propagation_types::VALID);
+  unit.domains() = {iset("0,2,3"), iset("4")};
+  EXPECT_EQ(d.algo().refresh_watch(unit, 1), propagation_types::VALID);
+  EXPECT_EQ(unit.domain(0), iset("2"));
   EXPECT_EQ(d.algo().watch(0).param, 0);
   EXPECT_EQ(d.algo().watch(0).value, 2);
 }
 
-// ---- propagation ----------------------------------------------------------
-
-TEST(clause_propagator, refresh_outcomes) {
-  {
-    // The last live literal gets reduced: VALID, not CONSISTENT.
-    clause_propagator c{S({1}), S({2}), S({3, 4})};
-    tracking_view view(3);
-    view.domains() = {S({0, 1}), S({0, 2}), S({3, 5})};
-    ASSERT_EQ(c.init(view), propagation_types::VALID);
-    ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-    view.domains()[0] = S({0});  // kills watch 0; parameter 2 takes over
-    EXPECT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-    check_two_live_watches(c, view, "moved");
-    view.domains()[1] = S({0});
-    EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-    EXPECT_EQ(view.domain(2), S({3}));
-  }
-  {
-    // The woken literal is false and the other watched parameter already lies in
-    // its literal: the scan skips it and the answer is VALID with no write.
-    clause_propagator c{S({1}), S({2, 3}), S({9})};
-    tracking_view view(3);
-    view.domains() = {S({0, 1}), S({2, 3, 4}), S({8})};
-    ASSERT_EQ(c.init(view), propagation_types::VALID);
-    ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-    view.domains()[1] = S({2, 3});
-    view.domains()[0] = S({0});
-    // The fast path would see the satisfied parameter too; go through refresh.
-    EXPECT_EQ(c.algo().watch(0).param, 0);
-    EXPECT_EQ(c.algo().refresh_watch(view, 0), propagation_types::VALID);
-    EXPECT_EQ(view.writes(), 0u);
-    EXPECT_EQ(c.algo().watch(0).param, 0) << "the dead watch stays";
-  }
-  {
-    // One parameter: the cyclic scan visits nothing; its literal false means UNSAT.
-    clause_propagator c{S({4, 5})};
-    tracking_view view(1);
-    view.domains() = {S({3, 4, 5, 6})};
-    ASSERT_EQ(c.init(view), propagation_types::VALID);
-    EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-    EXPECT_EQ(view.domain(0), S({4, 5}));
-    clause_propagator d{S({4, 5})};
-    tracking_view qview(1, true);
-    qview.domains() = {S({3, 4, 5, 6})};
-    ASSERT_EQ(d.init(qview), propagation_types::VALID);
-    qview.domains()[0] = S({3, 6});
-    EXPECT_EQ(d.propagate(qview), propagation_types::UNSAT);
-  }
-}
-
 TEST(clause_propagator, watch_values_wrap_round_from_the_old_value) {
-  clause_propagator c{S({2, 5, 9, 31}), S({0, 1})};
-  tracking_view view(2);
-  view.domains() = {S({2, 5, 9, 30, 31}), S({0, 1, 2})};
+  clause_propagator c{iset("2,5,9,31"), iset("0,1")};
+  recording_info view({iset("2,5,9,30,31"), iset("0:2")});
   ASSERT_EQ(c.init(view), propagation_types::VALID);
   const clause_propagation_algo& a = c.algo();
-  EXPECT_EQ(a.get_best_watch_value(view, 0, 0), 2);
-  EXPECT_EQ(a.get_best_watch_value(view, 0, 6), 9);
-  EXPECT_EQ(a.get_best_watch_value(view, 0, 31), 31);
-  EXPECT_EQ(a.get_best_watch_value(view, 0, 10), 31);
-  EXPECT_EQ(a.get_best_watch_value(view, 1, 2), 0);  // wraps
-  EXPECT_EQ(a.get_best_watch_value(view, 0, -1), 2);
-  EXPECT_EQ(a.get_best_watch_value(view, 0, 40), 2);
-
+  for (const auto& [param, start, value] : std::vector<std::tuple<unsigned, int, int>>{
+           {0, 0, 2}, {0, 6, 9}, {0, 31, 31}, {0, 10, 31}, {1, 2, 0}, {0, -1, 2}, {0, 40, 2}})
+    EXPECT_EQ(a.get_best_watch_value(view, param, start), value) << param << " from " << start;
   ASSERT_EQ(a.watch(0).value, 2);
-  view.domains()[0] = S({5, 9, 30, 31});
-  ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-  EXPECT_EQ(a.watch(0).value, 5);
-  view.domains()[0] = S({9, 30, 31});
-  ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-  EXPECT_EQ(a.watch(0).value, 9);
-  view.domains()[0] = S({30, 31});
-  ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-  EXPECT_EQ(a.watch(0).value, 31);
+  for (const auto& [domain, value] :
+       std::vector<std::pair<const char*, int>>{{"5,9,30,31", 5}, {"9,30,31", 9}, {"30,31", 31}}) {
+    view.domains()[0] = iset(domain);
+    ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
+    EXPECT_EQ(a.watch(0).value, value);
+  }
 }
 
 TEST(clause_propagator, literals_frozen_while_watches_are_held) {
-  clause_propagator c{S({1}), S({2})};
-  c.update_literals()[0] = S({1, 3});  // fine before init
-  tracking_view view(2);
-  view.domains() = {S({1, 3, 4}), S({2, 5})};
+  clause_propagator c{iset("1"), iset("2")};
+  c.update_literals()[0] = iset("1,3");  // fine before init
+  recording_info view({iset("1,3,4"), iset("2,5")});
   ASSERT_EQ(c.init(view), propagation_types::VALID);
   try {
     c.update_literals();
@@ -532,148 +294,82 @@ TEST(clause_propagator, literals_frozen_while_watches_are_held) {
   EXPECT_EQ(c.watched_param_index(1), 1u);
   EXPECT_NO_THROW(c.update_literals());
   // Forgotten watches are never released: the propagation that follows only
-  // allocates (the tracking view would flag a release of an unknown handle).
-  constraint_explicit_info fresh(2);
-  fresh.domains() = {S({4}), S({2, 5})};
-  EXPECT_EQ(c.propagate(fresh), propagation_types::VALID);
-  EXPECT_EQ(fresh.domain(1), S({2}));
+  // allocates (the recording view would flag a release of an unknown handle).
+  view.domains() = {iset("4"), iset("2,5")};
+  EXPECT_EQ(c.propagate(view), propagation_types::VALID);
+  EXPECT_EQ(view.domain(1), iset("2"));
 }
 
-// ---- queries, printing, explanation --------------------------------------
+//==== queries, printing, explanation, simplification ============================
 
 TEST(clause_propagator, queries_print_and_explain) {
-  clause_propagator c{S({1, 2}), S({5, 6}), iset(), iset::full()};
-  constraint_explicit_info view(4);
-  view.domains() = {S({0, 1, 2, 3}), S({4, 5, 6, 7}), S({0}), S({3, 4})};
+  clause_propagator c{iset("1,2"), iset("5,6"), iset(), iset::full()};
+  constraint_explicit_info view = make_view({iset("0:3"), iset("4:7"), iset("0"), iset("3,4")});
   EXPECT_EQ(c.count_params(), 4u);
   EXPECT_TRUE(c.constraint_check(view));
   EXPECT_FALSE(c.conflicts(view));
   EXPECT_TRUE(c.potentially_falsifying(view, 0));
   EXPECT_FALSE(c.potentially_falsifying(view, 2));  // empty intersection
   EXPECT_FALSE(c.potentially_falsifying(view, 3));  // the whole domain
-  {
-    std::ostringstream os;
-    c.print(os, nullptr);
-    EXPECT_EQ(os.str(), "[P0:{1,2}, P1:{5,6}, P2:{}, P3<=31]");
-  }
+  EXPECT_EQ(printed(c), "[P0:{1,2}, P1:{5,6}, P2:{}, P3<=31]");
   ASSERT_EQ(c.init(view), propagation_types::VALID);  // satisfied by parameter 3
-  {
-    std::ostringstream os;
-    c.print(os, &view);
-    EXPECT_EQ(os.str(), "constraint [P0:{1,2}, P1:{5,6}, P2:{}, *P3<=31]");
-  }
-  clause_propagator d{S({1, 2}), S({5, 6}), S({0}), S({31})};
-  view.domains()[2] = S({1, 2});
+  EXPECT_EQ(printed(c, &view), "constraint [P0:{1,2}, P1:{5,6}, P2:{}, *P3<=31]");
+  clause_propagator d{iset("1,2"), iset("5,6"), iset("0"), iset("31")};
+  view.domains()[2] = iset("1,2");
   ASSERT_EQ(d.init(view), propagation_types::VALID);
-  {
-    std::ostringstream os;
-    d.print(os, &view);
-    EXPECT_EQ(os.str(), "constraint [*1?P0:{1,2}, *5?P1:{5,6}, P2=0, P3=31]");
-  }
-  literal_vector explanation{S({7}), S({7})};
-  d.explain_propagation(1, iset::full(), S({5}), view, explanation);
+  EXPECT_EQ(printed(d, &view), "constraint [*1?P0:{1,2}, *5?P1:{5,6}, P2=0, P3=31]");
+  domain_list explanation{iset("7"), iset("7")};
+  d.explain_propagation(1, iset::full(), iset("5"), view, explanation);
   EXPECT_EQ(explanation, d.literals());
-  std::unique_ptr<constraint_propagator> copy = d.clone();
-  ASSERT_TRUE(dynamic_cast<clause_propagator*>(copy.get()));
-  EXPECT_EQ(static_cast<clause_propagator&>(*copy).literals(), d.literals());
-
-  view.domains() = {S({0, 3}), S({4}), S({1}), S({30})};
+  EXPECT_EQ(dynamic_cast<clause_propagator&>(*d.clone()).literals(), d.literals());
+  view.domains() = {iset("0,3"), iset("4"), iset("1"), iset("30")};
   EXPECT_TRUE(d.conflicts(view));
   EXPECT_FALSE(d.constraint_check(view));
 }
 
-// ---- simplification on initial domains -----------------------------------
-
 TEST(clause_propagator, intersect_with) {
-  clause_propagator c{S({1, 2}), S({5, 6}), S({3}), S({0, 9})};
-  constraint_explicit_info view(4);
-  view.domains() = {S({1, 2, 3}), S({5, 6}), S({3, 4}), S({0, 9})};
-  std::vector<unsigned int> kept{42};
-  EXPECT_EQ(c.intersect_with(view, kept), nullptr);
-  EXPECT_EQ(kept, std::vector<unsigned int>{42}) << "kept untouched when nothing changes";
-
-  view.domains() = {S({1, 3}), S({7}), S({3, 4}), S({9, 10})};
-  std::unique_ptr<constraint_propagator> p = c.intersect_with(view, kept);
+  clause_propagator c{iset("1,2"), iset("5,6"), iset("3"), iset("0,9")};
+  std::vector<unsigned> kept{42};
+  EXPECT_FALSE(
+      c.intersect_with(make_view({iset("1:3"), iset("5,6"), iset("3,4"), iset("0,9")}), kept));
+  EXPECT_EQ(kept, std::vector<unsigned>{42}) << "kept untouched when nothing changes";
+  std::unique_ptr<constraint_propagator> p =
+      c.intersect_with(make_view({iset("1,3"), iset("7"), iset("3,4"), iset("9,10")}), kept);
   ASSERT_TRUE(p);
-  auto& simplified = dynamic_cast<clause_propagator&>(*p);
-  EXPECT_EQ(simplified.literals(), (literal_vector{S({1}), S({3}), S({9})}));
-  EXPECT_EQ(kept, (std::vector<unsigned int>{0, 2, 3}));
-
-  // A clause that loses every literal is empty, and its init reports UNSAT.
-  view.domains() = {S({0}), S({0}), S({0}), S({1})};
-  p = c.intersect_with(view, kept);
+  EXPECT_EQ(dynamic_cast<clause_propagator&>(*p).literals(),
+            (domain_list{iset("1"), iset("3"), iset("9")}));
+  EXPECT_EQ(kept, (std::vector<unsigned>{0, 2, 3}));
+  // A clause that loses every literal is empty.
+  p = c.intersect_with(make_view({iset("0"), iset("0"), iset("0"), iset("1")}), kept);
   ASSERT_TRUE(p);
+  EXPECT_EQ(printed(*p), "[]");
   EXPECT_TRUE(kept.empty());
-  constraint_explicit_info none(0);
-  EXPECT_EQ(p->init(none), propagation_types::UNSAT);
-
   // A watched clause can be simplified: the copy forgets the handles.
-  tracking_view live(4);
-  live.domains() = {S({1, 2, 3}), S({5, 6, 7}), S({3, 4}), S({0, 9, 10})};
+  recording_info live({iset("1:3"), iset("5:7"), iset("3,4"), iset("0,9,10")});
   ASSERT_EQ(c.init(live), propagation_types::VALID);
   ASSERT_EQ(c.count_watches(), 2u);
-  view.domains() = {S({1, 2}), S({5}), S({3, 4}), S({0, 9})};
-  p = c.intersect_with(view, kept);
+  p = c.intersect_with(make_view({iset("1,2"), iset("5"), iset("3,4"), iset("0,9")}), kept);
   ASSERT_TRUE(p);
   EXPECT_EQ(p->count_watches(), 0u);
-  EXPECT_EQ(kept, (std::vector<unsigned int>{0, 1, 2, 3}));
+  EXPECT_EQ(kept, (std::vector<unsigned>{0, 1, 2, 3}));
 }
 
-// ---- combination ----------------------------------------------------------
+//==== combination ===============================================================
 
-// A stand-in for a constraint that knows how to combine with a clause.
-class combining_propagator : public constraint_propagator {
- public:
-  result_type propagate(constraint_runtime_info&) override { return CONSISTENT; }
-  bool conflicts(const constraint_runtime_info&) const override { return false; }
-  bool constraint_check(const constraint_runtime_info&) const override { return true; }
-  std::unique_ptr<constraint_propagator> clone() const override {
-    return std::make_unique<combining_propagator>(*this);
-  }
-  bool may_combine(const constraint_propagator& other) const override {
-    return dynamic_cast<const clause_propagator*>(&other) != nullptr;
-  }
-  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info&,
-                                                 const constraint_propagator& right,
-                                                 const constraint_runtime_info&,
-                                                 const std::vector<unsigned int>& map,
-                                                 unsigned int pivot,
-                                                 std::vector<unsigned int>& out) const override {
-    seen_right = &right;
-    seen_map = map;
-    seen_pivot = pivot;
-    out = {1, 2};  // own parameter 1, and the clause's parameter 0 (2 - own arity 2)
-    return clone();
-  }
-  mutable const constraint_propagator* seen_right = nullptr;
-  mutable std::vector<unsigned int> seen_map;
-  mutable unsigned int seen_pivot = 0;
-};
-
+// Two clauses resolve instead of combining; with another constraint the clause
+// hands the work over (combine_other_first: see the disjunction tests).
 TEST(clause_propagator, combination_goes_through_the_other_constraint) {
-  clause_propagator a{S({1}), S({2})};
-  clause_propagator b{S({3}), S({4})};
-  combining_propagator other;
+  const clause_propagator a{iset("1"), iset("2")}, b{iset("3"), iset("4")};
   EXPECT_FALSE(a.may_combine(b));
-  EXPECT_TRUE(a.may_combine(other));
-
-  constraint_explicit_info a_info(2);
-  constraint_explicit_info b_info(2);
-  std::vector<unsigned int> out;
-  EXPECT_EQ(a.combine(a_info, b, b_info, {1, 3}, 0, out), nullptr);
-  EXPECT_TRUE(out.empty());
-
-  // The clause (left, 2 params) and the other (right, 2 params) share one variable:
-  // right 0 is left 1, right 1 is new (1 + left arity); pivot is right 0.
-  std::vector<unsigned int> map{1, 3};
-  std::unique_ptr<constraint_propagator> r = a.combine(a_info, other, b_info, map, 0, out);
-  ASSERT_TRUE(r);
-  EXPECT_EQ(other.seen_right, &a);
-  EXPECT_EQ(other.seen_map, (std::vector<unsigned int>{2, 0}));
-  EXPECT_EQ(other.seen_pivot, 1u);
-  // Back in the clause's numbering: the other's parameter 1 is right 1, that is 3;
-  // the clause's parameter 0 stays 0.
-  EXPECT_EQ(out, (std::vector<unsigned int>{3, 0}));
+  EXPECT_TRUE(a.may_combine(difference_ge_propagator(0)));
+  const domain_list two(2, iset("0:9"));
+  expect_combination(run_combine(a, two, b, two, {1, 3}, 0), "");
+  const auto both = std::make_unique<difference_ge_or_clause_propagator>(1);
+  both->update_literals() = {iset("1,5")};
+  const combination c = expect_combination(run_combine(a, two, *both, domain_list(3, iset("0:9")),
+                                                       {2, 3, 1}, 2),
+                                           "(diff_ge_1 || [P0=1])\n", {2, 3, 0});
+  check_combination(a, 2, *both, 3, {2, 3, 1}, 2, c, "clause left");
 }
 
 }  // namespace

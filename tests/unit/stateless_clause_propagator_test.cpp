@@ -5,120 +5,51 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <sstream>
+#include <string>
 
 #include "impl/constraint_explicit_info.h"
+#include "unit/brute_force.h"
 
 namespace zelk {
 namespace {
 
-using iset = small_model::iset;
-
-iset S(std::initializer_list<int> values) {
-  iset s;
-  for (int v : values) s.insert(v);
-  return s;
-}
-
-iset random_subset(std::mt19937& rng, iset of) {
-  iset s;
-  for (int v : of)
-    if (rng() & 1u) s.insert(v);
-  return s;
-}
-
-// Supported values per parameter, and whether every assignment satisfies the clause.
-void brute_force(const std::vector<iset>& literals, const std::vector<iset>& doms,
-                 std::vector<iset>& supported, bool& valid) {
-  const unsigned int n = unsigned(doms.size());
-  supported.assign(n, iset());
-  valid = true;
-  std::vector<iset::iterator> it(n);
-  for (unsigned int i = 0; i < n; ++i) it[i] = doms[i].begin();
-  for (;;) {
-    bool sat = false;
-    for (unsigned int i = 0; i < n && !sat; ++i) sat = literals[i].contains(*it[i]);
-    valid = valid && sat;
-    if (sat)
-      for (unsigned int i = 0; i < n; ++i) supported[i].insert(*it[i]);
-    unsigned int k = 0;
-    for (; k < n; ++k) {
-      if (++it[k] != doms[k].end()) break;
-      it[k] = doms[k].begin();
-    }
-    if (k == n) break;
-  }
-}
+using namespace brute_force;
 
 TEST(stateless_clause_propagator, propagation_matches_brute_force) {
-  for (unsigned int seed = 1; seed <= 3000; ++seed) {
-    std::mt19937 rng(seed);
-    const unsigned int n = 1 + rng() % 4;
-    // Five consecutive values somewhere in 0..31.
-    const iset universe = iset::from_bits(0x1Fu << (rng() % 28));
-    std::vector<iset> literals(n), doms(n);
-    for (unsigned int i = 0; i < n; ++i) {
-      literals[i] = random_subset(rng, universe | S({int(rng() % 32)}));
-      do doms[i] = random_subset(rng, universe);
-      while (doms[i].empty());
-    }
-    std::ostringstream ctx;
-    ctx << "seed " << seed;
-    std::vector<iset> supported;
-    bool valid;
-    brute_force(literals, doms, supported, valid);
-
-    stateless_clause_propagator c(literals);
-    constraint_explicit_info view(n);
-    view.domains() = doms;
-    const bool satisfiable = !supported[0].empty();
-    EXPECT_EQ(c.conflicts(view), !satisfiable) << ctx.str();
-    const propagation_types::result_type r = c.propagate(view);
-    EXPECT_TRUE(c.in_use());
-    if (!satisfiable) {
-      EXPECT_EQ(r, propagation_types::UNSAT) << ctx.str();
-      continue;
-    }
-    ASSERT_NE(r, propagation_types::UNSAT) << ctx.str();
-    for (unsigned int i = 0; i < n; ++i) EXPECT_EQ(view.domain(i), supported[i]) << ctx.str();
-    brute_force(literals, view.domains(), supported, valid);
-    if (r == propagation_types::VALID) {
-      EXPECT_TRUE(valid) << ctx.str();
-    }
-  }
+  int explained = 0;
+  repeat(1, 3000, [&](std::mt19937& gen, int round, const std::string& context) {
+    const clause_instance inst = random_clause(gen);
+    check_instance(stateless_clause_propagator(inst.literals), inst.domains,
+                   clause_relation(inst.literals), round, context + " " + show(inst.literals),
+                   checks{.explain_every = 0}, gen, explained);
+  });
 }
 
 TEST(stateless_clause_propagator, checks_and_print) {
-  stateless_clause_propagator c{S({1, 2}), iset(), S({7})};
-  constraint_explicit_info view(3);
+  stateless_clause_propagator c{iset("1,2"), iset(), iset("7")};
   // constraint_check wants a domain within its literal: with singletons, a value in it.
-  view.domains() = {S({1}), S({0}), S({8})};
+  constraint_explicit_info view = make_view({iset("1"), iset("0"), iset("8")});
   EXPECT_TRUE(c.constraint_check(view));
-  view.domains() = {S({3}), S({0}), S({8})};
+  view.domains()[0] = iset("3");
   EXPECT_FALSE(c.constraint_check(view));
   EXPECT_TRUE(c.conflicts(view));
   // Meeting is not enough for constraint_check, unlike the watched clause.
-  view.domains() = {S({1, 3}), S({0}), S({8})};
+  view.domains()[0] = iset("1,3");
   EXPECT_FALSE(c.constraint_check(view));
   EXPECT_FALSE(c.conflicts(view));
-
-  std::ostringstream with, without;
-  c.print(with, &view);
-  c.print(without, nullptr);
-  EXPECT_EQ(with.str(), "stateless_clause[P0:{1,2}, P1:{}, P2:{7}]\n");
-  EXPECT_EQ(without.str(), "stateless_clause[{1,2}, {}, {7}]\n");
+  EXPECT_EQ(printed(c, &view), "stateless_clause[P0:{1,2}, P1:{}, P2:{7}]\n");
+  EXPECT_EQ(printed(c), "stateless_clause[{1,2}, {}, {7}]\n");
 }
 
 TEST(stateless_clause_propagator, in_use_flag_and_default_watches) {
-  stateless_clause_propagator c{S({1}), S({2})};
+  stateless_clause_propagator c{iset("1"), iset("2")};
   EXPECT_FALSE(c.in_use());
-  c.update_literals()[1] = S({2, 3});
-  constraint_explicit_info view(2);
-  view.domains() = {S({0, 1}), S({4})};
+  c.update_literals()[1] = iset("2,3");
+  constraint_explicit_info view = make_view({iset("0,1"), iset("4")});
   EXPECT_EQ(c.init(view), propagation_types::VALID);
   EXPECT_EQ(view.count_watches(), 1u) << "a modification watch on the non-singleton only";
   EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-  EXPECT_EQ(view.domain(0), S({1}));
+  EXPECT_EQ(view.domain(0), iset("1"));
   EXPECT_TRUE(c.in_use());
   try {
     c.update_literals();
