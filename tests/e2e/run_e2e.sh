@@ -20,11 +20,13 @@
 # An expected file may therefore hold either the real values or the masked words.
 #
 # Every SAT answer of an OPB case is also checked by the independent checker
-# (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built.
+# (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built, and every
+# SAT answer of an XCSP case by tests/tools/xcsp_checker.py.
 set -u
 zelk=$1
 dir=$2
 shift 2
+here=$(cd "$(dirname "$0")" && pwd)
 cd "$dir" || exit 2
 
 mask() {
@@ -90,6 +92,14 @@ for name in "${names[@]}"; do
       checker=${ZELK_TEST_TOOLS:-}/opb_checker
       if [ -x "$checker" ] && grep -q -E '^s (SATISFIABLE|OPTIMUM FOUND)' "$tmp/out"; then
         if ! "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
+          echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
+        fi
+      fi
+      ;;
+    *.xml)
+      checker=$here/../tools/xcsp_checker.py
+      if grep -q -E '^s (SATISFIABLE|OPTIMUM FOUND)' "$tmp/out"; then
+        if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
           echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
         fi
       fi
