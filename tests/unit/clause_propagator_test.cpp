@@ -260,23 +260,6 @@ TEST(clause_propagator, querying_view_repairs_the_second_watch_after_valid) {
   EXPECT_EQ(d.algo().watch(0).value, 2);
 }
 
-TEST(clause_propagator, watch_values_wrap_round_from_the_old_value) {
-  clause_propagator c{iset("2,5,9,31"), iset("0,1")};
-  recording_info view({iset("2,5,9,30,31"), iset("0:2")});
-  ASSERT_EQ(c.init(view), propagation_types::VALID);
-  const clause_propagation_algo& a = c.algo();
-  for (const auto& [param, start, value] : std::vector<std::tuple<unsigned, int, int>>{
-           {0, 0, 2}, {0, 6, 9}, {0, 31, 31}, {0, 10, 31}, {1, 2, 0}, {0, -1, 2}, {0, 40, 2}})
-    EXPECT_EQ(a.get_best_watch_value(view, param, start), value) << param << " from " << start;
-  ASSERT_EQ(a.watch(0).value, 2);
-  for (const auto& [domain, value] :
-       std::vector<std::pair<const char*, int>>{{"5,9,30,31", 5}, {"9,30,31", 9}, {"30,31", 31}}) {
-    view.domains()[0] = iset(domain);
-    ASSERT_EQ(c.propagate(view), propagation_types::CONSISTENT);
-    EXPECT_EQ(a.watch(0).value, value);
-  }
-}
-
 TEST(clause_propagator, literals_frozen_while_watches_are_held) {
   clause_propagator c{iset("1"), iset("2")};
   c.update_literals()[0] = iset("1,3");  // fine before init
@@ -301,31 +284,6 @@ TEST(clause_propagator, literals_frozen_while_watches_are_held) {
 }
 
 //==== queries, printing, explanation, simplification ============================
-
-TEST(clause_propagator, queries_print_and_explain) {
-  clause_propagator c{iset("1,2"), iset("5,6"), iset(), iset::full()};
-  constraint_explicit_info view = make_view({iset("0:3"), iset("4:7"), iset("0"), iset("3,4")});
-  EXPECT_EQ(c.count_params(), 4u);
-  EXPECT_TRUE(c.constraint_check(view));
-  EXPECT_FALSE(c.conflicts(view));
-  EXPECT_TRUE(c.potentially_falsifying(view, 0));
-  EXPECT_FALSE(c.potentially_falsifying(view, 2));  // empty intersection
-  EXPECT_FALSE(c.potentially_falsifying(view, 3));  // the whole domain
-  EXPECT_EQ(printed(c), "[P0:{1,2}, P1:{5,6}, P2:{}, P3<=31]");
-  ASSERT_EQ(c.init(view), propagation_types::VALID);  // satisfied by parameter 3
-  EXPECT_EQ(printed(c, &view), "constraint [P0:{1,2}, P1:{5,6}, P2:{}, *P3<=31]");
-  clause_propagator d{iset("1,2"), iset("5,6"), iset("0"), iset("31")};
-  view.domains()[2] = iset("1,2");
-  ASSERT_EQ(d.init(view), propagation_types::VALID);
-  EXPECT_EQ(printed(d, &view), "constraint [*1?P0:{1,2}, *5?P1:{5,6}, P2=0, P3=31]");
-  domain_list explanation{iset("7"), iset("7")};
-  d.explain_propagation(1, iset::full(), iset("5"), view, explanation);
-  EXPECT_EQ(explanation, d.literals());
-  EXPECT_EQ(dynamic_cast<clause_propagator&>(*d.clone()).literals(), d.literals());
-  view.domains() = {iset("0,3"), iset("4"), iset("1"), iset("30")};
-  EXPECT_TRUE(d.conflicts(view));
-  EXPECT_FALSE(d.constraint_check(view));
-}
 
 TEST(clause_propagator, intersect_with) {
   clause_propagator c{iset("1,2"), iset("5,6"), iset("3"), iset("0,9")};

@@ -22,10 +22,6 @@ namespace {
 
 using namespace brute_force;
 
-typedef disjoint_propagator<equal_propagator, clause_propagation_algo> equal_or_clause;
-typedef disjoint_propagator<linear_combination_ge_propagator, clause_propagation_algo>
-    linear_or_clause;
-
 template <class P = difference_ge_or_clause_propagator, class... A>
 std::unique_ptr<P> disjoint(const domain_list& literals, A&&... base) {
   auto p = std::make_unique<P>(std::forward<A>(base)...);
@@ -35,89 +31,6 @@ std::unique_ptr<P> disjoint(const domain_list& literals, A&&... base) {
 
 std::unique_ptr<difference_ge_or_clause_propagator> diff_or(int c, const domain_list& literals) {
   return disjoint(literals, c);
-}
-
-// The base constraint (on the first a_params values) or some literal.
-relation disjoint_relation(const constraint_propagator& base, unsigned a_params,
-                           const domain_list& literals) {
-  std::shared_ptr<const constraint_propagator> copy(base.clone());
-  auto view = std::make_shared<constraint_explicit_info>(a_params);
-  return [copy, view, a_params, literals](const assignment& v) {
-    for (std::size_t k = 0; k < literals.size(); ++k)
-      if (literals[k].contains(v[a_params + k])) return true;
-    for (unsigned i = 0; i < a_params; ++i) view->domains()[i] = iset::singleton(v[i]);
-    return copy->constraint_check(*view);
-  };
-}
-
-//==== disjoint propagation against brute force ================================
-
-TEST(disjunction, disjoint_propagation_against_brute_force) {
-  int committed = 0, forced = 0, explained = 0;
-  repeat(31, 2000, [&](std::mt19937& gen, int round, const std::string& where) {
-    const unsigned k = 1 + gen() % 2;
-    std::unique_ptr<constraint_propagator> base, p;
-    domain_list literals;
-    for (unsigned i = 0; i < k; ++i) literals.push_back(random_domain(gen, 12, 6));
-    unsigned a_params = 2;
-    if (round % 3 == 0) {
-      const int c = int(gen() % 13) - 6;
-      base = std::make_unique<difference_ge_propagator>(c);
-      p = diff_or(c, literals);
-    } else if (round % 3 == 1) {
-      base = std::make_unique<equal_propagator>();
-      p = disjoint<equal_or_clause>(literals, equal_propagator());
-    } else {
-      a_params = 2 + gen() % 2;
-      std::vector<int> coefficients;
-      for (unsigned i = 0; i < a_params; ++i) coefficients.push_back(int(gen() % 7) - 3);
-      const linear_combination_ge_propagator sum(int(gen() % 15) - 5, coefficients);
-      base = sum.clone();
-      p = disjoint<linear_or_clause>(literals, sum);
-    }
-    domain_list d;
-    for (unsigned i = 0; i < a_params; ++i) d.push_back(random_domain(gen, 12, 8));
-    for (unsigned i = 0; i < k; ++i) d.push_back(random_domain(gen, 12, 6));
-    const std::string context = where + " " + printed(*p);
-    const checks c{.kind = SOUND_ONLY, .random_literals = true, .limit = 1 << 15, .run_init = true};
-    const outcome out = check_instance(*p, d, disjoint_relation(*base, a_params, literals), round,
-                                       context, c, gen, explained);
-    // What the base constraint does alone on its parameters.
-    const domain_list a_domains(d.begin(), d.begin() + a_params);
-    constraint_explicit_info a_view = make_view(a_domains);
-    const result_type ra = base->propagate(a_view);
-    unsigned live = 0, last_live = 0;
-    for (unsigned i = a_params; i < d.size(); ++i) {
-      if (d[i].intersects(literals[i - a_params])) {
-        ++live;
-        last_live = i;
-      }
-    }
-    domain_list expected = d;
-    if (ra == propagation_types::UNSAT) {
-      // The clause must hold, for real.
-      if (live == 0) {
-        EXPECT_EQ(out.result, propagation_types::UNSAT) << context << show(d);
-      } else if (live == 1) {
-        ++forced;
-        expected[last_live] &= literals[last_live - a_params];
-        EXPECT_EQ(out.after, expected) << context << show(d);
-        EXPECT_EQ(out.result, propagation_types::VALID) << context << show(d);
-      }
-    } else {
-      // The clause is false: the base constraint's reductions are committed, and
-      // its result is the result. Nothing is committed while the clause can hold.
-      if (live == 0) {
-        committed += a_view.domains() != a_domains;
-        std::copy(a_view.domains().begin(), a_view.domains().end(), expected.begin());
-        EXPECT_EQ(out.result, ra) << context << show(d);
-      }
-      EXPECT_EQ(out.after, expected) << context << show(d);
-    }
-  });
-  EXPECT_GT(committed, 200);
-  EXPECT_GT(forced, 100);
-  EXPECT_GT(explained, 500);
 }
 
 //==== fixed cases of the disjoint propagation ================================
@@ -159,28 +72,9 @@ TEST(disjunction, disjoint_propagation_edges) {
   run({iset("1"), iset("2")}, may, propagation_types::CONSISTENT, may);
 }
 
-TEST(disjunction, disjoint_propagator_interface) {
-  auto p = diff_or(2, {iset("1"), iset("3:5")});
-  EXPECT_EQ(p->count_params(), 4u);
-  // The watches: the difference's bounds and the clause's values, on the outer
-  // parameters.
-  recording_info view(domain_list(4, iset("0:9")));
-  EXPECT_NE(p->init(view), propagation_types::UNSAT);
-  EXPECT_EQ(view.watches, (decltype(view.watches){{1, watch_types::LOWER_BOUND_WATCH},
-                                                  {0, watch_types::UPPER_BOUND_WATCH}}));
-  EXPECT_EQ(view.value_watches, (decltype(view.value_watches){{2, 1}, {3, 3}}));
-  EXPECT_EQ(p->count_watches(), 2u);
-  EXPECT_EQ(p->watched_param_index(0), 2u);
-  EXPECT_EQ(p->watched_param_index(1), 3u);
-  p->forget_watches();
-  EXPECT_EQ(p->count_watches(), 0u);
-  constraint_explicit_info three(3);
-  EXPECT_EQ(printed(*diff_or(2, {iset("1")}), &three), "constraint((P0-P1>=2) ||  [P2=1])\n");
-  EXPECT_EQ(printed(*diff_or(-2, {iset("1")})), "(diff_ge_minus_2 || [P0=1])\n");
+TEST(disjunction, a_clone_explains_like_the_original) {
   // A clone serves hypothetical runs: the adapter class, with the same behaviour.
   std::unique_ptr<constraint_propagator> copy = diff_or(2, {iset("1")})->clone();
-  EXPECT_FALSE(dynamic_cast<difference_ge_or_clause_propagator*>(copy.get()));
-  EXPECT_EQ(printed(*copy), "(diff_ge_2 || [P0=1])\n");
   // Explanation of a failure: the difference's, then the clause's literals.
   domain_list explanation;
   copy->explain_propagation(0, iset::full(), iset(),
@@ -300,88 +194,6 @@ TEST(disjunction, disjoining_two_differences) {
   result.clear();
   EXPECT_FALSE(
       weak.disjoin_constraint(l, disjunction_specification(false_here, zero, {2, 1}), result));
-}
-
-//==== combinations through the specification ==================================
-
-// A random side of a combination: a difference, a difference-or-clause or a
-// clause, with each parameter given a variable from a pool.
-struct side {
-  std::unique_ptr<constraint_propagator> p;
-  unsigned arity = 0;
-  domain_list domains;
-};
-
-side make_side(std::mt19937& gen, unsigned kind, unsigned literals) {
-  side s;
-  domain_list lits;
-  for (unsigned i = 0; i < literals; ++i) lits.push_back(random_domain(gen, 5, 3));
-  const int c = int(gen() % 13) - 6;
-  if (kind == 0) {
-    s.p = std::make_unique<difference_ge_propagator>(c);
-    s.arity = 2;
-  } else if (kind == 1) {
-    s.p = diff_or(c, lits);
-    s.arity = 2 + literals;
-  } else {
-    s.p = std::make_unique<clause_propagator>(lits);
-    s.arity = literals;
-  }
-  for (unsigned i = 0; i < s.arity; ++i) s.domains.push_back(random_domain(gen, 12, 8));
-  return s;
-}
-
-TEST(disjunction, combinations_are_implied) {
-  int built[3][3] = {};
-  int tried = 0;
-  repeat(41, 2000, [&](std::mt19937& gen, int, const std::string& where) {
-    // Kinds: 0 difference, 1 difference-or-clause, 2 clause; never two clauses.
-    unsigned lk = gen() % 3, rk = gen() % 3;
-    if (lk == 2 && rk == 2) rk = 1;
-    const side left = make_side(gen, lk, 1 + gen() % 2);
-    const side right = make_side(gen, rk, 1 + gen() % 2);
-    if (!left.p->may_combine(*right.p)) return;
-    // Each right parameter is a left one (not used twice) or a new variable;
-    // structure helps: a middle pivot on the bases, or a literal pivot.
-    std::vector<unsigned> map(right.arity);
-    std::vector<bool> used(left.arity, false);
-    for (unsigned j = 0; j < right.arity; ++j) {
-      map[j] = left.arity + j;
-      if (gen() % 2) {
-        const unsigned i = gen() % left.arity;
-        if (!used[i]) {
-          used[i] = true;
-          map[j] = i;
-        }
-      }
-    }
-    if (lk != 2 && rk != 2 && gen() % 2) {
-      // a - b on the left meets b - z on the right.
-      for (unsigned j = 0; j < right.arity; ++j) map[j] = left.arity + j;
-      map[0] = 1;
-    }
-    std::vector<unsigned> shared;
-    for (unsigned j = 0; j < right.arity; ++j)
-      if (map[j] < left.arity) shared.push_back(j);
-    if (shared.empty()) return;
-    const unsigned pivot = shared[gen() % shared.size()];
-    ++tried;
-    const std::string context = where + " " + printed(*left.p) + " with " + printed(*right.p) +
-                                " map " + show(map) + " pivot " + std::to_string(pivot);
-    const combination c = run_combine(*left.p, left.domains, *right.p, right.domains, map, pivot);
-    if (!c.result) return;
-    ++built[lk][rk];
-    // A literal pivot stays when its two sets meet; a = b from a circular pair
-    // keeps it as well.
-    const bool literal_pivot = lk == 2 || (lk == 1 && map[pivot] >= 2);
-    const bool may_stay =
-        literal_pivot || dynamic_cast<const equal_propagator*>(c.result.get()) != nullptr;
-    check_combination(*left.p, left.arity, *right.p, right.arity, map, pivot, c, context, may_stay);
-  });
-  EXPECT_GT(tried, 1000);
-  EXPECT_GT(built[0][0] + built[0][1] + built[1][0] + built[1][1], 150);
-  EXPECT_GT(built[1][2], 40);  // difference-or-clause with a clause
-  EXPECT_GT(built[2][1], 40);  // and the other way round
 }
 
 // The pivot disappears where the combination promises it: a literal pivot
