@@ -3,7 +3,7 @@
 #   make check   install what is missing, build with warnings as errors, run the whole test suite
 # Further targets:
 #   make build       Release build in build/
-#   make sanitize    ASan+UBSan debug build in build-sanitize/ and the whole suite under it
+#   make sanitize    ASan+UBSan debug build with the audit checks in build-sanitize/ and the whole suite under it
 #   make bench       micro-benchmarks (bench/micro) in build-bench/
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
@@ -34,7 +34,7 @@ check:
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE slow
 
 sanitize: deps
-	cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=Debug -DZELK_SANITIZE=ON -DZELK_WERROR=ON >/dev/null
+	cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=Debug -DZELK_SANITIZE=ON -DZELK_AUDIT=ON -DZELK_WERROR=ON $(CMAKE_ARGS) >/dev/null
 	cmake --build build-sanitize -j $(JOBS)
 	cd build-sanitize && ctest --output-on-failure -j $(JOBS) -LE slow
 

@@ -456,20 +456,31 @@ solver_types::label_type assignment_stack::variable_labels(unsigned int var,
   return old;
 }
 
-void assignment_stack::validate() const {
-  if (m_previously_assigned_value.size() != m_variables.size())
-    throw std::runtime_error("inconsistent m_previously_assigned_value.size()");
-  for (unsigned int var = 0; var < num_variables(); ++var) {
-    const small_model::iset& domain = m_variables[var].domain;
-    if (!domain.is_singleton()) continue;
+bool assignment_stack::audit() const {
+  const std::size_t n = m_variables.size();
+  if (m_previously_assigned_value.size() != n || m_names.size() != n) return false;
+  for (unsigned int var = 0; var < n; ++var) {
+    const variable_state& state = m_variables[var];
+    small_model::iset later = state.domain;
+    for (unsigned int m = state.last_modification; m != NO_PREVIOUS_MODIFICATION;) {
+      if (m >= m_modifications.size()) return false;
+      const variable_modification_entry& entry = m_modifications[m];
+      if (entry.variable != var || !later.subset_of(entry.previous_domain)) return false;
+      if (entry.previous_modification != NO_PREVIOUS_MODIFICATION && entry.previous_modification >= m)
+        return false;
+      later = entry.previous_domain;
+      m = entry.previous_modification;
+    }
     const previous_value& saved = m_previously_assigned_value[var];
-    if (saved.has_value && saved.value == single_value(domain)) continue;
-    std::ostringstream text;
-    text << "(var_index=" << var << ") ";
-    print_var_name(text, var);
-    text << ": " << domain << " is singleton, but its assignment was not recorded";
-    throw std::runtime_error(text.str());
+    if (state.domain.is_singleton() && !(saved.has_value && saved.value == single_value(state.domain)))
+      return false;
   }
+  for (std::size_t level = 0; level < m_decisions.size(); ++level) {
+    const single_decision_data& d = m_decisions[level];
+    if (d.variable >= n || d.modification > m_modifications.size()) return false;
+    if (level > 0 && d.modification < m_decisions[level - 1].modification) return false;
+  }
+  return check_heap();
 }
 
 //==== cost heuristic ========================================================

@@ -151,8 +151,11 @@ class assignment_stack : private no_copy {
   solver_types::label_type variable_labels(unsigned int var) const { return m_labels[var]; }
   solver_types::label_type variable_labels(unsigned int var, solver_types::label_type label);
 
-  // Debug aid; raises std::runtime_error on a broken invariant.
-  void validate() const;
+  // The invariants of the whole stack: every chain of entries runs back through
+  // older entries of its own variable, domains only narrow along a chain, decisions
+  // are ordered entries, singletons have their value saved, and the cost heap (when
+  // enabled) is in order; false on a fault.
+  bool audit() const;
 
   // ---- cost heuristic -------------------------------------------------------
   bool is_better_variable(int a, int b, int factor) const;

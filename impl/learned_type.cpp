@@ -403,17 +403,15 @@ bool learned_type::conflicts() const {
   return true;
 }
 
-void learned_type::validate() const {
+bool learned_type::audit() const {
   if (m_constraint) {
     const unsigned int count = m_constraint->count_params();
-    if (count != constraint_propagator::ANY_NUMBER_OF_PARAMS && count != m_nodes.size())
-      throw std::runtime_error("validate(): num of constraint params and implication nodes mismatch");
+    if (count != constraint_propagator::ANY_NUMBER_OF_PARAMS && count != m_nodes.size()) return false;
   }
-  if ((!m_literals.empty() || !m_constraint) && m_literals.size() != m_nodes.size())
-    throw std::runtime_error("validate(): literals,implication_nodes diff size");
+  if ((!m_literals.empty() || !m_constraint) && m_literals.size() != m_nodes.size()) return false;
   for (unsigned int i = 0; i < m_nodes.size(); ++i)
-    if (node_of(m_nodes[i].variable) != i)
-      throw std::runtime_error("validate(): inconsistent variable() and variable_to_pos()");
+    if (node_of(m_nodes[i].variable) != i) return false;
+  return true;
 }
 
 void learned_type::print(std::ostream& os) const {

@@ -113,7 +113,8 @@ class learned_type : private no_copy {
   void update_explanation(const constraint_runtime_info& info);
   void convert_to_clause();
   bool conflicts() const;
-  void validate() const;
+  // Parameters, literals and the variable index agree; false on a fault.
+  bool audit() const;
   void print(std::ostream& os) const;
   void show_self() const;
 

@@ -56,7 +56,7 @@ solver::~solver() {
 //==== output the formats may override ==========================================
 
 void solver::print_solution(std::ostream& out) const {
-  std::cout << comment_prefix << " ";
+  out << comment_prefix << " ";
   const unsigned int n = std::min(reported_variable_count, num_variables());
   for (unsigned int v = 0; v < n; ++v) {
     m_stack.print_var_name(out, v);
@@ -167,6 +167,28 @@ bool solver::has_empty_domains() const {
   return false;
 }
 
+bool solver::audit() const {
+  if (!m_stack.audit()) return false;
+  const std::size_t constraints = m_propagators.size();
+  if (m_connectivity.size() != constraints || m_first_learned > constraints) return false;
+  for (unsigned int c = 0; c < m_first_learned; ++c)
+    if (!m_propagators[c]) return false;  // only learned constraints are ever erased
+  for (const constraint_run_level& dirty : m_dirty_learned_constraints)
+    if (dirty.constraint < m_first_learned || dirty.constraint >= constraints) return false;
+  std::size_t in_heap = 0;
+  for (const event_mark& mark : m_event_marks) in_heap += mark.in_heap;
+  if (in_heap != m_event_heap.size()) return false;
+  for (const variable_event& event : m_event_heap)
+    if (event.variable >= m_event_marks.size() || !m_event_marks[event.variable].in_heap ||
+        (*m_event_marks[event.variable].handle).variable != event.variable)
+      return false;
+  for (const auto& w : m_event_watchers)
+    if (!w.audit(constraints)) return false;
+  for (const auto& w : m_value_watchers)
+    if (!w.audit(constraints)) return false;
+  return true;
+}
+
 //==== running ==================================================================
 
 solver::result_type solver::solve(std::ostream* out) {
@@ -265,8 +287,10 @@ solver::result_type solver::solve_impl(bool first_of_optimization) {
         }
         if (asserted >= 0)
           m_dirty_learned_constraints.push_back({UNINITIALIZED_LEVEL, unsigned(asserted)});
+        ZELK_AUDIT_CHECK(audit());
         continue;
       }
+      ZELK_AUDIT_CHECK(audit());
       const int v = choose_free_variable();
       if (v < 0) {
         result = SAT;
@@ -613,10 +637,8 @@ small_model::iset solver::removed_values(unsigned int var, unsigned int modifica
 }
 
 bool solver::propagate_one_constraint(unsigned int c, bool report) {
-  static const std::uint32_t target_time = 0xFFFFFFFFu;
   constraint_connectivity_info& info = m_connectivity[c];
   info.clear_modified();
-  if (m_time == target_time) std::cout << m_time << " reached target time\n";
   const propagation_types::result_type r = m_propagators[c]->propagate(info);
   if (r == propagation_types::POSTPONE) {
     m_last_constraint = c;
@@ -1044,6 +1066,7 @@ bool solver::generate_conflict_constraint(learned_type& learned) {
     learned.convert_to_clause();
     learned.relax_if_required();
   }
+  ZELK_AUDIT_CHECK(learned.audit());
   return resolved;
 }
 

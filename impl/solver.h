@@ -233,6 +233,9 @@ class solver : private solver_types, private no_copy, private watch_types {
 
  protected:
   bool has_empty_domains() const;
+  // The whole state at a quiet point: the stack, the event heap's bookkeeping, the
+  // watch lists and the learned store agree with each other; false on a fault.
+  bool audit() const;
 
  private:
   friend class constraint_connectivity_info;

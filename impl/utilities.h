@@ -4,12 +4,22 @@
 #ifndef ZELK_IMPL_UTILITIES_H
 #define ZELK_IMPL_UTILITIES_H
 
+#include <cassert>
 #include <cstdint>
 #include <deque>
 #include <ios>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+// Whole-structure checks (the stack, the heaps, the watch lists, the learned store)
+// cost a walk over everything, so they run only in audit builds, and there as
+// assertions at the points where a broken invariant would first show.
+#ifdef ZELK_AUDIT
+#define ZELK_AUDIT_CHECK(check) assert(check)
+#else
+#define ZELK_AUDIT_CHECK(check) ((void)0)
+#endif
 
 namespace zelk {
 

@@ -126,6 +126,21 @@ class var_watchers_impl : public var_watchers_base {
     return false;
   }
   bool empty() const { return m_count == 0; }
+  // The count matches the lists, every key is listed once, no empty list outlives a
+  // walk, and every watcher names a constraint below `constraints`; false on a fault.
+  bool audit(std::size_t constraints) const {
+    std::uint32_t count = 0;
+    for (std::size_t k = 0; k < m_keys.size(); ++k) {
+      if (m_keys[k].watchers.empty() && !m_iterating) return false;
+      for (std::size_t j = 0; j < k; ++j)
+        if (m_keys[j].key == m_keys[k].key) return false;
+      for (const watcher_info_type& w : m_keys[k].watchers) {
+        if (w.constraint >= constraints) return false;
+        ++count;
+      }
+    }
+    return count == m_count;
+  }
   unsigned int count_all_watches() const { return m_count; }
 
   // Walk access: entries are read through their index, never through a kept pointer.

@@ -242,12 +242,9 @@ TEST(solver, unconstrained_variables_take_their_minima_with_the_solution_lines) 
   s.add_var(iset(std::string("1,7")), "y");
   s.add_var(iset::singleton(9));
   std::ostringstream out;
-  testing::internal::CaptureStdout();
   ASSERT_EQ(s.solve(&out), solver::SAT);
   s.print_solution(out);
-  const std::string prefix = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(prefix, "c ");
-  EXPECT_EQ(out.str(), "x=3, y=1, V2=9, \nv 3 1 9 \n");
+  EXPECT_EQ(out.str(), "c x=3, y=1, V2=9, \nv 3 1 9 \n");
   EXPECT_EQ(s.assignments(), 2u);
 }
 
