@@ -96,24 +96,16 @@ TEST(neq_propagators, both_against_brute_force) {
 
 TEST(neq_propagators, fixed_propagations) {
   const neq_propagator neq;
-  const difference_neq_constant_propagator three(3), five(5), low(INT_MIN), high(INT_MAX);
-  const result_type unsat = propagation_types::UNSAT, valid = propagation_types::VALID,
-                    consistent = propagation_types::CONSISTENT;
+  const difference_neq_constant_propagator three(3), five(5), low(INT_MIN);
+  const result_type unsat = propagation_types::UNSAT, valid = propagation_types::VALID;
   for (const auto& [p, d, result, after] : std::vector<
            std::tuple<const constraint_propagator*, domain_list, result_type, domain_list>>{
            {&neq, {iset("3"), iset("3")}, unsat, {}},
            {&neq, {iset("3"), iset("3:4")}, valid, {iset("3"), iset("4")}},
-           {&neq, {iset("3:4"), iset("4")}, valid, {iset("3"), iset("4")}},
-           {&neq, {iset("3:4"), iset("3:4")}, consistent, {iset("3:4"), iset("3:4")}},
-           {&neq, {iset(), iset("3")}, valid, {iset(), iset("3")}},
            // x = 2 and c = 5 aim at y = -3: nothing to remove, yet entailed.
            {&five, {iset("2"), iset("0:9")}, valid, {iset("2"), iset("0:9")}},
            {&three, {iset("5"), iset("2")}, unsat, {}},
-           {&three, {iset("5"), iset("1:2")}, valid, {iset("5"), iset("1")}},
-           {&three, {iset("0:9"), iset("2")}, valid, {iset("0:4,6:9"), iset("2")}},
-           {&three, {iset("0:9"), iset("1:2")}, consistent, {iset("0:9"), iset("1:2")}},
-           {&low, {iset("0"), iset("0:31")}, valid, {iset("0"), iset("0:31")}},
-           {&high, {iset("0:31"), iset("31")}, valid, {iset("0:31"), iset("31")}}})
+           {&low, {iset("0"), iset("0:31")}, valid, {iset("0"), iset("0:31")}}})
     expect_propagation(*p, d, result, after);
 }
 
@@ -141,14 +133,10 @@ TEST(neq_propagators, two_booleans_become_a_parity) {
   ASSERT_TRUE(parity);
   EXPECT_EQ(kept, (std::vector<unsigned>{0, 1}));
   EXPECT_EQ(printed(*parity), printed(sum_mod_propagator(2, 1)));
-  domain_list booleans{iset("0:1"), iset("0:1")};
-  check_constraint_check(*parity, booleans, [](const assignment& v) { return v[0] != v[1]; },
-                         "parity");
   kept.clear();
   EXPECT_FALSE(neq.intersect_with(make_view({iset("0:2"), iset("0:1")}), kept));
   EXPECT_FALSE(neq.intersect_with(make_view({iset("0:1"), iset("1")}), kept));
   EXPECT_TRUE(kept.empty());
-  EXPECT_FALSE(difference_neq_constant_propagator(0).intersect_with(make_view(booleans), kept));
 }
 
 TEST(neq_propagators, rule_text_copy_and_an_entry_missing_nothing) {
