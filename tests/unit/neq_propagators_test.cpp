@@ -1,6 +1,6 @@
-// The disequalities against brute force (filtering, failure, validity,
-// conflicts, constraint_check, every explanation), the rule of x != y against
-// the explanation it stands for, and the fixed cases of both algorithms.
+// The disequalities beyond the brute-force table of propagators_test: the edges of
+// the algorithms, the rule's text, the parity rewrite, and queens in the solver
+// with every UNSAT answer checked through its proof.
 #include "impl/neq_propagators.h"
 
 #include <gtest/gtest.h>
@@ -22,76 +22,6 @@ namespace {
 
 using namespace brute_force;
 
-relation difference_neq(long long c) {
-  return [c](const assignment& v) { return (long long)v[0] - v[1] != c; };
-}
-
-//==== the propagators against brute force ====================================
-
-TEST(neq_propagators, both_against_brute_force) {
-  // Narrow windows make equal single values and the one-value cut common; the
-  // extreme constants must remove nothing and overflow nowhere.
-  const neq_propagator neq;
-  const difference_neq_constant_propagator minus3(-3), zero(0), five(5), low(INT_MIN),
-      high(INT_MAX);
-  for (const auto& [seed, p, rel] :
-       std::vector<std::tuple<unsigned, const constraint_propagator*, relation>>{
-           {31, &neq, [](const assignment& v) { return v[0] != v[1]; }},
-           {32, &minus3, difference_neq(-3)},
-           {33, &zero, difference_neq(0)},
-           {34, &five, difference_neq(5)},
-           {35, &low, difference_neq(INT_MIN)},
-           {36, &high, difference_neq(INT_MAX)}}) {
-    int explained = 0, rules = 0, valid = 0, unsat = 0, consistent = 0;
-    repeat(seed, 3000, [&](std::mt19937& gen, int round, const std::string& context) {
-      const domain_list d = round % 2
-                                ? domain_list{random_domain(gen, 9, 3, true),
-                                              random_domain(gen, 9, 3, true)}
-                                : domain_list{random_domain(gen, 31, 10, true),
-                                              random_domain(gen, 31, 10, true)};
-      // With an empty side there is no solution, yet x != y holds vacuously:
-      // the promise is then only soundness.
-      const bool exact = !any_empty(d);
-      const checks c{.kind = exact ? DOMAIN_CONSISTENT : SOUND_ONLY,
-                     .exact_conflicts = exact,
-                     .random_literals = true,
-                     .run_init = round % 3 == 0};
-      const outcome out = check_instance(*p, d, rel, round, context, c, gen, explained);
-      valid += out.result == propagation_types::VALID;
-      unsat += out.result == propagation_types::UNSAT;
-      consistent += out.result == propagation_types::CONSISTENT;
-      EXPECT_TRUE(out.result != propagation_types::CONSISTENT ||
-                  (!d[0].is_singleton() && !d[1].is_singleton()))
-          << "a fixed side leaves nothing to wait for: " << context << " " << show(d);
-      // The rule of x != y gives back exactly the explanation it stands for.
-      if (p != &neq || !exact) return;
-      const constraint_explicit_info view = make_view(d);
-      const bool failure = out.result == propagation_types::UNSAT;
-      for (unsigned param = 0; param < (failure ? 1u : 2u); ++param) {
-        if (!failure && out.after[param] == d[param]) continue;
-        domain_list explanation, again;
-        p->explain_propagation(param, iset::full(), failure ? iset() : out.after[param], view,
-                               explanation);
-        const std::unique_ptr<explanation_rule> rule = p->rule(explanation);
-        ASSERT_TRUE(rule) << context << " " << show(d);
-        rule->get_explanation(again);
-        EXPECT_EQ(again, explanation) << context << " on " << show(d);
-        ++rules;
-      }
-    });
-    const bool extreme = p == &low || p == &high;  // never anything to remove
-    EXPECT_GT(valid, 500) << printed(*p);
-    EXPECT_GT(consistent, 100) << printed(*p);
-    if (!extreme) {
-      EXPECT_GT(explained, 300) << printed(*p);
-      EXPECT_GT(unsat, 20) << printed(*p);
-    }
-    if (p == &neq) {
-      EXPECT_GT(rules, 300);
-    }
-  }
-}
-
 //==== fixed cases ============================================================
 
 TEST(neq_propagators, fixed_propagations) {
@@ -107,22 +37,6 @@ TEST(neq_propagators, fixed_propagations) {
            {&three, {iset("5"), iset("2")}, unsat, {}},
            {&low, {iset("0"), iset("0:31")}, valid, {iset("0"), iset("0:31")}}})
     expect_propagation(*p, d, result, after);
-}
-
-TEST(neq_propagators, both_watch_only_finalization_even_of_a_fixed_side) {
-  const neq_propagator neq;
-  const difference_neq_constant_propagator diff(2);
-  for (const constraint_propagator* p : {(const constraint_propagator*)&neq,
-                                         (const constraint_propagator*)&diff}) {
-    recording_info view({iset("4"), iset("0:9")});
-    EXPECT_EQ(p->clone()->init(view), propagation_types::VALID) << printed(*p);
-    EXPECT_EQ(view.watches, (decltype(view.watches){{0, watch_types::FINALIZATION_WATCH},
-                                                    {1, watch_types::FINALIZATION_WATCH}}))
-        << printed(*p);
-    EXPECT_EQ(view.writes, 0u) << printed(*p);
-  }
-  // Not a disequality of two variables in disguise.
-  EXPECT_EQ(dynamic_cast<const neq_propagator*>(&(const constraint_propagator&)diff), nullptr);
 }
 
 TEST(neq_propagators, two_booleans_become_a_parity) {
@@ -155,14 +69,6 @@ TEST(neq_propagators, rule_text_copy_and_an_entry_missing_nothing) {
   EXPECT_FALSE(neq.rule({iset::full(), iset::full()}));
   EXPECT_FALSE(neq.rule({}));
   EXPECT_FALSE(difference_neq_constant_propagator(1).rule({~iset("7"), ~iset("6")}));
-}
-
-TEST(neq_propagators, print_texts) {
-  constraint_explicit_info two(2);
-  EXPECT_EQ(printed(neq_propagator()), "neq");
-  EXPECT_EQ(printed(neq_propagator(), &two), "constraint(P0!=P1)");
-  EXPECT_EQ(printed(difference_neq_constant_propagator(-4)), "difference_neq_constant(-4)");
-  EXPECT_EQ(printed(difference_neq_constant_propagator(3), &two), "constraint(P0-P1!=3)");
 }
 
 //==== in the solver ===========================================================

@@ -16,6 +16,7 @@
 #include "impl/clause_propagator.h"
 #include "impl/comparison_propagators.h"
 #include "impl/disjoint_propagation_algo.h"
+#include "impl/neq_propagators.h"
 #include "impl/stateless_clause_propagator.h"
 #include "unit/brute_force.h"
 
@@ -104,6 +105,31 @@ void naive_truncate(iset& r, iset& x, iset& y) {
   }
 }
 
+// A proof rule must give back exactly the explanation it stands for: the proof
+// checker rebuilds clauses from rules, so a wrong one corrupts every proof that
+// uses it. Returns whether a rule was tried.
+bool check_rules(const constraint_propagator& p, const domain_list& d, const outcome& out,
+                 std::mt19937& gen, const std::string& where) {
+  const bool failure = out.result == propagation_types::UNSAT;
+  bool tried = false;
+  for (unsigned param = 0; param < (failure ? 1 : 2) && !any_empty(d); ++param) {
+    if (!failure && out.after[param] == d[param]) continue;
+    domain_list explanation, again;
+    const iset literal = gen() % 2 ? iset::full() : iset::from_bits(std::uint32_t(gen()));
+    p.explain_propagation(param, literal, failure ? iset() : out.after[param], make_view(d),
+                          explanation);
+    const std::unique_ptr<explanation_rule> rule = p.rule(explanation);
+    if (!rule) {
+      ADD_FAILURE() << "no rule: " << where << " on " << show(d);
+      return false;
+    }
+    rule->get_explanation(again);
+    EXPECT_EQ(again, explanation) << where << " on " << show(d);
+    tried = true;
+  }
+  return tried;
+}
+
 //==== propagation =============================================================
 
 // One random instance of a family; `extra` runs family-specific checks on the
@@ -185,28 +211,50 @@ const family families[] = {
                   {random_domain(g, 31, 12, true), random_domain(g, 31, 12, true)},
                   [c](const assignment& v) { return (long long)v[0] - v[1] >= c; },
                   checks{.random_literals = true, .check_every = 20}};
-       // The proof rule reproduces each tight explanation exactly: x > t or y <= t - c.
-       const auto* p = static_cast<const difference_ge_propagator*>(k.p.get());
+       // The rule reproduces each tight explanation: x > t or y <= t - c.
+       const auto* p = k.p.get();
        const domain_list d = k.d;
        k.extra = [p, d](const outcome& out, std::mt19937& gen, const std::string& where) {
-         const bool failure = out.result == propagation_types::UNSAT;
-         int rules = 0;
-         for (unsigned param = 0; param < (failure ? 1 : 2) && !any_empty(d); ++param) {
-           if (!failure && out.after[param] == d[param]) continue;
-           domain_list explanation, again;
-           const iset literal = gen() % 2 ? iset::full() : iset::from_bits(std::uint32_t(gen()));
-           p->explain_propagation(param, literal, failure ? iset() : out.after[param],
-                                  make_view(d), explanation);
-           const std::unique_ptr<explanation_rule> rule = p->rule(explanation);
-           if (!rule) {
-             ADD_FAILURE() << "no rule: " << where;
-             return false;
-           }
-           rule->get_explanation(again);
-           EXPECT_EQ(again, explanation) << where << " on " << show(d);
-           ++rules;
-         }
-         return rules > 0;
+         return check_rules(*p, d, out, gen, where);
+       };
+       return k;
+     }},
+    // Narrow windows make equal single values common; the extreme constants must
+    // remove nothing and overflow nowhere. A fixed side leaves nothing to wait for.
+    {"neq", 31, 3000, 300, 300,
+     [](std::mt19937& g, int round) {
+       instance k{std::make_unique<neq_propagator>(),
+                  round % 2 ? domain_list{random_domain(g, 9, 3, true), random_domain(g, 9, 3, true)}
+                            : domain_list{wide(g), wide(g)},
+                  [](const assignment& v) { return v[0] != v[1]; }};
+       const bool exact = !any_empty(k.d);
+       k.c = {.kind = exact ? DOMAIN_CONSISTENT : SOUND_ONLY, .exact_conflicts = exact,
+              .random_literals = true, .run_init = round % 3 == 0};
+       const auto* p = k.p.get();
+       const domain_list d = k.d;
+       k.extra = [p, d](const outcome& out, std::mt19937& gen, const std::string& where) {
+         EXPECT_TRUE(out.result != propagation_types::CONSISTENT ||
+                     (!d[0].is_singleton() && !d[1].is_singleton())) << where << show(d);
+         return check_rules(*p, d, out, gen, where);
+       };
+       return k;
+     }},
+    {"difference_neq", 32, 6000, 800, 0,
+     [](std::mt19937& g, int round) {
+       const long long constants[] = {-3, 0, 5, INT_MIN, INT_MAX};
+       const long long c = constants[g() % 5];
+       instance k{std::make_unique<difference_neq_constant_propagator>(int(c)),
+                  round % 2 ? domain_list{random_domain(g, 9, 3, true), random_domain(g, 9, 3, true)}
+                            : domain_list{wide(g), wide(g)},
+                  [c](const assignment& v) { return (long long)v[0] - v[1] != c; }};
+       const bool exact = !any_empty(k.d);
+       k.c = {.kind = exact ? DOMAIN_CONSISTENT : SOUND_ONLY, .exact_conflicts = exact,
+              .random_literals = true, .run_init = round % 3 == 0};
+       const domain_list d = k.d;
+       k.extra = [d](const outcome& out, std::mt19937&, const std::string& where) {
+         EXPECT_TRUE(out.result != propagation_types::CONSISTENT ||
+                     (!d[0].is_singleton() && !d[1].is_singleton())) << where << show(d);
+         return false;
        };
        return k;
      }},
