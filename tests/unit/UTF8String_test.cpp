@@ -155,6 +155,11 @@ TEST(UTF8String, decoding_stops_at_an_explicit_end) {
   UTF8String::Tokenizer words(s);
   EXPECT_THROW(words.nextToken(), std::runtime_error);
 
+  // The byte after the end would complete the character: it is not read.
+  const Byte e_acute[] = {0xC3, 0xA9};
+  EXPECT_THROW(*UTF8String(e_acute, e_acute + 1).begin(), std::runtime_error);
+  EXPECT_EQ(*UTF8String(e_acute, e_acute + 2).begin(), 0xE9);
+
   std::unique_ptr<Byte[]> euro(new Byte[3]{0xE2, 0x82, 0xAC});
   EXPECT_EQ(*UTF8String(euro.get(), euro.get() + 3).begin(), 0x20AC);
   EXPECT_THROW(*UTF8String(euro.get(), euro.get() + 2).begin(), std::runtime_error);
