@@ -203,42 +203,6 @@ TEST(AST, printed_forms) {
   }
 }
 
-TEST(AST, every_function_prints_its_names) {
-  struct names {
-    NodeType type;
-    const char* prefix;
-    const char* infix;
-    const char* mathml;
-  };
-  const names table[] = {
-      {F_NEG, "neg", "-(1)", "minus"},   {F_ABS, "abs", "abs(1)", "abs"},
-      {F_ADD, "add", "(1+2)", "plus"},   {F_SUB, "sub", "(1-2)", "minus"},
-      {F_MUL, "mul", "(1*2)", "times"},  {F_DIV, "div", "(1/2)", "quotient"},
-      {F_MOD, "mod", "(1%2)", "rem"},    {F_POW, "pow", "pow(1,2)", "power"},
-      {F_MIN, "min", "min(1,2)", "min"}, {F_MAX, "max", "max(1,2)", "max"},
-      {F_EQ, "eq", "(1==2)", "eq"},      {F_NE, "ne", "(1!=2)", "neq"},
-      {F_GE, "ge", "(1>=2)", "geq"},     {F_GT, "gt", "(1>2)", "gt"},
-      {F_LE, "le", "(1<=2)", "leq"},     {F_LT, "lt", "(1<2)", "lt"},
-      {F_NOT, "not", "!(1)", "not"},     {F_AND, "and", "(1&&2)", "and"},
-      {F_OR, "or", "(1||2)", "or"},      {F_XOR, "xor", "(1^2)", "xor"},
-      {F_IFF, "iff", "(1==2)", "equivalent"}};
-  for (const names& n : table) {
-    std::unique_ptr<AST> f(random_trees::new_function(n.type));
-    ASSERT_EQ(f->getType(), n.type);
-    for (int i = 0; i < f->nbArg(); ++i) f->setArg(i, num(i + 1));
-    const std::string args = f->nbArg() == 1 ? "(1)" : "(1,2)";
-    EXPECT_EQ(print(*f, PREFIX), n.prefix + args);
-    EXPECT_EQ(print(*f, INFIX), n.infix);
-    EXPECT_EQ(print(*f, POSTFIX), (f->nbArg() == 1 ? "1 " : "1 2 ") + std::string(n.prefix));
-    EXPECT_EQ(print(*f, MATHML), "<math>\n  <apply>\n  <" + std::string(n.mathml) + "/>\n" +
-                                     (f->nbArg() == 1 ? "  <cn>1</cn>\n" : "  <cn>1</cn>\n  <cn>2</cn>\n") +
-                                     "  </apply>\n</math>\n");
-    std::unique_ptr<ASTAbstractFunction> fresh(static_cast<ASTAbstractFunction*>(f.get())->makeNode());
-    EXPECT_EQ(fresh->getType(), n.type);
-    EXPECT_EQ(fresh->getArg(0), nullptr);
-  }
-}
-
 // The C copy, read back without the classes, prints as the tree does.
 std::string c_prefix(const C_AST* t) {
   if (!t) return "";

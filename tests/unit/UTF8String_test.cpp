@@ -311,24 +311,6 @@ TEST(UTF8String, tokenizer) {
   EXPECT_EQ(tokens(UTF8String::Tokenizer(UTF8String(" \t "))), words());
 }
 
-TEST(UTF8String, code_lengths) {
-  EXPECT_EQ(UTF8String::iterator::codeLength(0x7F), 1);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xC2), 2);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xDF), 2);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xE0), 3);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xEF), 3);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xF0), 4);
-  EXPECT_EQ(UTF8String::iterator::codeLength(0xF4), 4);
-  for (int b : {0x80, 0xBF, 0xC0, 0xC1, 0xF5, 0xFF}) {
-    try {
-      UTF8String::iterator::codeLength(Byte(b));
-      ADD_FAILURE() << b;
-    } catch (const std::runtime_error& e) {
-      EXPECT_EQ(std::string(e.what()), "invalid UTF8 character");
-    }
-  }
-}
-
 TEST(AttributeList, first_match_or_null) {
   const char* raw[] = {"name", "x", "arity", "2", "name", "y", nullptr};
   AttributeList attributes(reinterpret_cast<const Byte**>(raw));
