@@ -260,29 +260,6 @@ TEST(clause_propagator, querying_view_repairs_the_second_watch_after_valid) {
   EXPECT_EQ(d.algo().watch(0).value, 2);
 }
 
-TEST(clause_propagator, literals_frozen_while_watches_are_held) {
-  clause_propagator c{iset("1"), iset("2")};
-  c.update_literals()[0] = iset("1,3");  // fine before init
-  recording_info view({iset("1,3,4"), iset("2,5")});
-  ASSERT_EQ(c.init(view), propagation_types::VALID);
-  try {
-    c.update_literals();
-    FAIL() << "update while watching";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "Modifying the clause at runtime");
-  }
-  c.forget_watches();
-  EXPECT_EQ(c.count_watches(), 0u);
-  EXPECT_EQ(c.watched_param_index(0), 0u);
-  EXPECT_EQ(c.watched_param_index(1), 1u);
-  EXPECT_NO_THROW(c.update_literals());
-  // Forgotten watches are never released: the propagation that follows only
-  // allocates (the recording view would flag a release of an unknown handle).
-  view.domains() = {iset("4"), iset("2,5")};
-  EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-  EXPECT_EQ(view.domain(1), iset("2"));
-}
-
 //==== queries, printing, explanation, simplification ============================
 
 TEST(clause_propagator, intersect_with) {

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/test_support.h"
+
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -17,39 +19,11 @@
 
 namespace zelk {
 
-struct solver_test_access {
-  static bool is_correctly_unsat(const solver& s) { return s.is_correctly_unsat(); }
-};
-
 namespace {
 
-using iset = small_model::iset;
-
-iset S(std::initializer_list<int> values) {
-  iset s;
-  for (int v : values) s.insert(v);
-  return s;
-}
-iset at_least(int k) { return iset::clipped_range(k, 31); }
-iset at_most(int k) { return iset::clipped_range(0, k); }
+using namespace test_support;
 
 constexpr unsigned int X = 0, Y = 1, Z = 2;
-
-class opaque_probe : public constraint_propagator {
- public:
-  result_type propagate(constraint_runtime_info&) override { return CONSISTENT; }
-  bool conflicts(const constraint_runtime_info&) const override { return false; }
-  bool constraint_check(const constraint_runtime_info&) const override { return true; }
-  std::unique_ptr<constraint_propagator> clone() const override {
-    return std::make_unique<opaque_probe>(*this);
-  }
-};
-
-clause_data make(std::initializer_list<literal_data> literals) {
-  clause_data c;
-  for (const literal_data& l : literals) c.add(l);
-  return c;
-}
 
 // x, y in 0..3, z in 0..1; 0: clause [x<=1, y>=2], 1: clause [x>=2, y>=2],
 // 2: a constraint over (y, z) that is not a clause. The refutation learns

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/test_support.h"
+
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -18,33 +20,9 @@
 
 namespace zelk {
 
-// Empties the slot of a constraint as the erasure of learned constraints does.
-struct solver_test_access {
-  static void erase(solver& s, unsigned int constraint) { s.m_propagators[constraint].reset(); }
-};
-
 namespace {
 
-using iset = small_model::iset;
-
-iset S(std::initializer_list<int> values) {
-  iset s;
-  for (int v : values) s.insert(v);
-  return s;
-}
-iset at_least(int k) { return iset::clipped_range(k, 31); }
-iset at_most(int k) { return iset::clipped_range(0, k); }
-
-// A constraint that is not a clause; the proof sees it only through explanations.
-class opaque_probe : public constraint_propagator {
- public:
-  result_type propagate(constraint_runtime_info&) override { return CONSISTENT; }
-  bool conflicts(const constraint_runtime_info&) const override { return false; }
-  bool constraint_check(const constraint_runtime_info&) const override { return true; }
-  std::unique_ptr<constraint_propagator> clone() const override {
-    return std::make_unique<opaque_probe>(*this);
-  }
-};
+using namespace test_support;
 
 // An explanation in compact form: a fixed vector of sets.
 class fixed_rule : public explanation_rule {
@@ -70,25 +48,6 @@ class fixed_rule : public explanation_rule {
 
 // Variables of the refutation model.
 constexpr unsigned int X = 0, Y = 1, Z = 2, W = 3;
-
-clause_data make(std::initializer_list<literal_data> literals) {
-  clause_data c;
-  for (const literal_data& l : literals) c.add(l);
-  return c;
-}
-
-// The clause as written, literal order included: variable 0 is x, 1 is y, 2 is z.
-std::string text(const clause_data& c) {
-  class letters : public variable_print_strategy {
-   public:
-    void print(std::ostream& os, unsigned int variable) const override {
-      os << char('x' + variable);
-    }
-  };
-  std::ostringstream os;
-  c.print(os, letters());
-  return os.str();
-}
 
 // x, y, w in 0..3, z in 0..1 and four model constraints:
 //   0: clause [w<=2, y>=2]        1: clause [x>=2, y>=2, w=3]
@@ -249,21 +208,6 @@ TEST(proof_collector, recording_gives_clause_ids_and_explanation_ids) {
   EXPECT_EQ(collector->resolution_entries().size(), 3u);
 }
 
-TEST(proof_collector, explanation_data_copies_clone_the_rule) {
-  proof_collector::explanation_data a;
-  a.constraint = 2;
-  a.rule = std::make_unique<fixed_rule>(std::vector<iset>{S({4})});
-  proof_collector::explanation_data b(a);
-  ASSERT_NE(b.rule, nullptr);
-  EXPECT_NE(b.rule.get(), a.rule.get());
-  proof_collector::explanation_data c;
-  c = b;
-  std::vector<iset> sets;
-  c.rule->get_explanation(sets);
-  EXPECT_EQ(sets, std::vector<iset>{S({4})});
-  EXPECT_EQ(c.constraint, 2u);
-}
-
 TEST(proof_collector, explanation_clauses_drop_empty_sets_from_the_back) {
   refutation_model m;
   proof_collector* const collector = m.collector;
@@ -282,47 +226,6 @@ TEST(proof_collector, explanation_clauses_drop_empty_sets_from_the_back) {
   collector->get_clause(-2, c);
   EXPECT_TRUE(c.equivalent(make({{Y, at_most(1)}})));
   EXPECT_EQ(c.size(), 1u);
-}
-
-TEST(proof_collector, clause_lookup_errors) {
-  refutation_model m;
-  solver& s = m.s;
-  proof_collector* const collector = m.collector;
-  clause_data c;
-  // A live constraint that is not a clause.
-  try {
-    collector->get_solver_clause(2, c);
-    FAIL() << "no error";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "proof_collector::get_solver_clause(): not a clause");
-  }
-  // Gone without a saved clause: past the end, and an emptied slot.
-  m.add_learned({S({1})}, {X});
-  solver_test_access::erase(s, 4);
-  for (unsigned int gone : {4u, 17u}) {
-    try {
-      collector->get_clause(int(gone), c);
-      FAIL() << "no error";
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), "Can't find this constraint_it");
-    }
-    try {
-      collector->get_constraint_variables(gone, c);
-      FAIL() << "no error";
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), "Can't find this constraint_it");
-    }
-  }
-  // Below the explanation ids lie only the intermediates of a replay.
-  collector->record_conflict(3, {S({1}), S({1}), S({1})}, nullptr);
-  try {
-    collector->get_clause(-2, c);
-    FAIL() << "no error";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(),
-                 "proof_collector::get_clause(): non-explanation intermediate constraints are "
-                 "not supported");
-  }
 }
 
 class counting_visitor : public proof_visitor {
@@ -452,27 +355,6 @@ TEST(proof_collector, resolve_edge_cases) {
   // Both empty: the empty clause.
   proof_collector::resolve(clause_data(), clause_data(), x, r);
   EXPECT_TRUE(r.empty());
-}
-
-TEST(proof_collector, print_aids_use_the_variable_names) {
-  solver s;
-  const unsigned int x = s.add_var(at_most(3), "x");
-  const unsigned int y = s.add_var(at_most(3), "y");
-  const unsigned int z = s.add_var(at_most(3), "z");
-  proof_collector collector(&s);
-  std::ostringstream os;
-  collector.print_resolution(os, x, 12, make({{x, at_most(2)}, {y, at_most(3)}}), -3,
-                             make({{x, at_least(2)}, {z, S({0})}}), -9,
-                             make({{y, at_most(3)}, {z, S({0})}, {x, S({2})}}));
-  EXPECT_EQ(os.str(),
-            "resolve[x] [12] [x<=2, y<=3] with [-3] [x>=2, z=0]\n"
-            "consequent: [-9] [y<=3, z=0, x=2]\n\n");
-  os.str("");
-  collector.print_initial_resolution(os, y, S({2}), -10, make({{y, S({0, 1})}}), -11,
-                                     clause_data());
-  EXPECT_EQ(os.str(),
-            "resolve[y] [-10] [y<=1] with initial domain (y=2)\n"
-            "consequent: [-11] []\n\n");
 }
 
 TEST(proof_collector, solver_installs_and_replaces_collectors) {

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/test_support.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
@@ -41,24 +43,6 @@ unsigned long g_allocations = 0;
 [[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
 namespace zelk {
-
-// Drives the private steps of the loop.
-struct solver_test_access {
-  static bool start(solver& s) {
-    s.m_searching = true;
-    s.prepare_for_solve();
-    return s.first_time_propagate_constraints();
-  }
-  static bool propagate(solver& s) { return s.propagate_constraints(); }
-  static void narrow(solver& s, unsigned int var, small_model::iset set) {
-    s.set_var_domain(var, set, -1);
-    s.notify_modification(var, -1);
-    s.tick();
-  }
-  static void decide(solver& s, unsigned int var) { s.restrict_variable(var, false); }
-  static solver::result_type backtrack(solver& s, int level) { return s.backtrack(level, 0); }
-  static std::uint64_t time(const solver& s) { return s.m_time; }
-};
 
 namespace {
 
