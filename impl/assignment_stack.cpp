@@ -480,7 +480,18 @@ bool assignment_stack::audit() const {
     if (d.variable >= n || d.modification > m_modifications.size()) return false;
     if (level > 0 && d.modification < m_decisions[level - 1].modification) return false;
   }
-  return check_heap();
+  // The cost order itself is kept loosely on purpose (a cost raised in a conflict moves
+  // its variable only towards the leaves), but a fixed variable above an open one
+  // would hide that open variable from the choice and end a search too early.
+  if (m_heap.empty()) return m_heap_positions.empty();
+  if (m_heap.size() != n || m_heap_positions.size() != n) return false;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (m_heap[i] >= n || m_heap_positions[m_heap[i]] != i) return false;
+    if (i > 0 && m_variables[m_heap[(i - 1) / 2]].domain.is_singleton() &&
+        !m_variables[m_heap[i]].domain.is_singleton())
+      return false;
+  }
+  return true;
 }
 
 //==== cost heuristic ========================================================

@@ -154,7 +154,8 @@ class assignment_stack : private no_copy {
   // The invariants of the whole stack: every chain of entries runs back through
   // older entries of its own variable, domains only narrow along a chain, decisions
   // are ordered entries, singletons have their value saved, and the cost heap (when
-  // enabled) is in order; false on a fault.
+  // enabled) matches its positions and keeps fixed variables below open ones; false
+  // on a fault.
   bool audit() const;
 
   // ---- cost heuristic -------------------------------------------------------
