@@ -1,6 +1,7 @@
 // The live view: reads and writes go to the solver's assignment stack.
 #include "impl/constraint_connectivity_info.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "impl/solver.h"
@@ -8,8 +9,13 @@
 namespace zelk {
 
 bool constraint_connectivity_info::reduced_between_activations(unsigned int param) const {
-  return m_solver->stack().var_modification_time(m_params.at(param)) >
-         m_previous_activation_time;
+  const unsigned int var = m_params.at(param);
+  const std::uint64_t time = m_solver->stack().var_modification_time(var);
+  if (time > m_previous_activation_time) return true;
+  // A write of the constraint's own to a variable it holds at two parameters changes
+  // the other parameter behind the propagator's back: that one was reduced too.
+  return time == m_previous_activation_time &&
+         std::count(m_params.begin(), m_params.end(), var) > 1;
 }
 
 constraint_runtime_info::queue_type constraint_connectivity_info::originating_queue() const {

@@ -1,9 +1,13 @@
-// The search loop and propagation scheduling, driven with small propagators
-// written here: x != y, x < y, and a value-watch probe.
+// The search loop and propagation scheduling: enumeration against brute force on
+// the shared random models, fixpoints, value watches, the event heap, limits,
+// restarts, value saving, and no allocation in a steady search.
 #include "impl/solver.h"
 
 #include <gtest/gtest.h>
 
+#include "impl/comparison_propagators.h"
+#include "impl/neq_propagators.h"
+#include "unit/random_model.h"
 #include "unit/test_support.h"
 
 #include <algorithm>
@@ -48,58 +52,6 @@ namespace {
 
 using iset = small_model::iset;
 
-// x != y, filtering only when one side is fixed.
-class neq_probe : public constraint_propagator {
- public:
-  result_type propagate(constraint_runtime_info& info) override {
-    for (unsigned int i = 0; i < 2; ++i) {
-      const iset d = info.domain(i);
-      if (!d.is_singleton()) continue;
-      const iset other = info.domain(1 - i) - d;
-      if (other.empty()) return UNSAT;
-      info.set_domain(1 - i, other);
-    }
-    return CONSISTENT;
-  }
-  bool conflicts(const constraint_runtime_info& info) const override {
-    return info.domain(0).is_singleton() && info.domain(0) == info.domain(1);
-  }
-  bool constraint_check(const constraint_runtime_info& info) const override {
-    return info.domain(0).min() != info.domain(1).min();
-  }
-  std::unique_ptr<constraint_propagator> clone() const override {
-    return std::make_unique<neq_probe>(*this);
-  }
-};
-
-// x < y, bounds filtering.
-class lt_probe : public constraint_propagator {
- public:
-  result_type init(constraint_runtime_info& info) override {
-    info.allocate_watch(0, LOWER_BOUND_WATCH);
-    info.allocate_watch(1, UPPER_BOUND_WATCH);
-    return VALID;
-  }
-  result_type propagate(constraint_runtime_info& info) override {
-    const iset x = info.domain(0) & iset::clipped_range(0, info.domain(1).max() - 1);
-    if (x.empty()) return UNSAT;
-    info.set_domain(0, x);
-    const iset y = info.domain(1) & iset::clipped_range(x.min() + 1, 31);
-    if (y.empty()) return UNSAT;
-    info.set_domain(1, y);
-    return x.max() < y.min() ? VALID : CONSISTENT;
-  }
-  bool conflicts(const constraint_runtime_info& info) const override {
-    return info.domain(0).min() >= info.domain(1).max();
-  }
-  bool constraint_check(const constraint_runtime_info& info) const override {
-    return info.domain(0).min() < info.domain(1).min();
-  }
-  std::unique_ptr<constraint_propagator> clone() const override {
-    return std::make_unique<lt_probe>(*this);
-  }
-};
-
 // Watches one value of its only parameter and counts its activations.
 class value_probe : public constraint_propagator {
  public:
@@ -137,70 +89,6 @@ class recording_solver : public solver {
   }
   mutable std::set<std::vector<int>> solutions;
 };
-
-struct random_model {
-  std::vector<iset> domains;
-  struct edge {
-    bool less;  // x < y, else x != y
-    unsigned int x, y;
-  };
-  std::vector<edge> edges;
-
-  bool satisfied(const std::vector<int>& values) const {
-    for (const edge& e : edges) {
-      if (e.less ? values[e.x] >= values[e.y] : values[e.x] == values[e.y]) return false;
-    }
-    return true;
-  }
-  std::set<std::vector<int>> brute_force() const {
-    std::set<std::vector<int>> result;
-    std::vector<int> values(domains.size());
-    std::function<void(unsigned int)> rec = [&](unsigned int i) {
-      if (i == domains.size()) {
-        if (satisfied(values)) result.insert(values);
-        return;
-      }
-      for (int v : domains[i]) {
-        values[i] = v;
-        rec(i + 1);
-      }
-    };
-    rec(0);
-    return result;
-  }
-  void build(solver& s) const {
-    for (const iset& d : domains) s.add_var(d);
-    for (const edge& e : edges) {
-      std::unique_ptr<constraint_propagator> p;
-      if (e.less)
-        p = std::make_unique<lt_probe>();
-      else
-        p = std::make_unique<neq_probe>();
-      s.add_constraint(std::move(p)) << e.x << e.y;
-    }
-  }
-};
-
-random_model make_random_model(unsigned int seed) {
-  std::srand(seed);
-  random_model m;
-  const unsigned int n = 2 + std::rand() % 3;
-  for (unsigned int i = 0; i < n; ++i) {
-    iset d;
-    while (d.empty())
-      for (int v = 0; v < 4; ++v)
-        if (std::rand() % 3) d.insert(v);
-    m.domains.push_back(d);
-  }
-  const unsigned int k = std::rand() % (2 * n);
-  for (unsigned int i = 0; i < k; ++i) {
-    const unsigned int x = std::rand() % n;
-    unsigned int y = std::rand() % n;
-    if (x == y) y = (y + 1) % n;
-    m.edges.push_back({std::rand() % 3 == 0, x, y});
-  }
-  return m;
-}
 
 }  // namespace
 
@@ -247,16 +135,17 @@ TEST(solver, enumeration_counts_the_product_of_the_domain_sizes) {
 
 TEST(solver, enumeration_matches_brute_force_on_random_models) {
   for (unsigned int seed = 1; seed <= 300; ++seed) {
-    const random_model m = make_random_model(seed);
+    const test_support::model m = test_support::random_model(seed, true);
     for (unsigned int restart : {16u, 0u, 1u}) {
       recording_solver s;
       m.build(s);
       s.all_solutions = true;
       s.restart_threshold = restart;
+      const std::vector<std::vector<int>> all = m.solutions(s);
+      const std::set<std::vector<int>> expected(all.begin(), all.end());
       std::ostringstream out;
       solver::result_type r = solver::SAT;
       ASSERT_NO_THROW(r = s.solve(&out)) << "seed " << seed << " restart " << restart;
-      const std::set<std::vector<int>> expected = m.brute_force();
       if (expected.empty()) {
         EXPECT_EQ(r, solver::UNSAT) << "seed " << seed;
       } else {
@@ -271,7 +160,7 @@ TEST(solver, propagation_reaches_the_arc_consistent_fixpoint_of_a_chain) {
   // x0 < x1 < x2 < x3 over 0..5: bounds filtering to a fixpoint leaves i..i+2.
   solver s;
   for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 5));
-  for (unsigned int i = 0; i + 1 < 4; ++i) s.add_constraint(std::make_unique<lt_probe>()) << i << i + 1;
+  for (unsigned int i = 0; i + 1 < 4; ++i) s.add_constraint(std::make_unique<difference_ge_propagator>(1)) << i + 1 << i;
   ASSERT_TRUE(solver_test_access::start(s));
   for (unsigned int i = 0; i < 4; ++i)
     EXPECT_EQ(s.stack().domain(i), iset::clipped_range(i, i + 2)) << i;
@@ -332,21 +221,19 @@ TEST(solver, event_heap_puts_collapsed_domains_first) {
 }
 
 TEST(solver, backtrack_limit_zero_stops_at_the_first_conflict) {
-  solver s;
-  for (int i = 0; i < 3; ++i) s.add_var(iset::clipped_range(0, 1));
-  // Pairwise different over two values: unsatisfiable, found only by search.
-  s.add_constraint(std::make_unique<neq_probe>()) << 0u << 1u;
-  s.add_constraint(std::make_unique<neq_probe>()) << 1u << 2u;
-  s.add_constraint(std::make_unique<neq_probe>()) << 0u << 2u;
+  // Four pairwise different variables over three values: unsatisfiable, found only by search.
+  const auto build = [](solver& s) {
+    for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 2));
+    for (unsigned int i = 0; i < 4; ++i)
+      for (unsigned int j = i + 1; j < 4; ++j) s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
+  };
+  solver s, t;
+  build(s);
+  build(t);
   s.backtrack_limit = 0;
   std::ostringstream out;
   EXPECT_EQ(s.solve(&out), solver::BACKTRACK_LIMIT);
   EXPECT_EQ(s.total_backtracks(), 1u);
-  solver t;
-  for (int i = 0; i < 3; ++i) t.add_var(iset::clipped_range(0, 1));
-  t.add_constraint(std::make_unique<neq_probe>()) << 0u << 1u;
-  t.add_constraint(std::make_unique<neq_probe>()) << 1u << 2u;
-  t.add_constraint(std::make_unique<neq_probe>()) << 0u << 2u;
   EXPECT_EQ(t.solve(&out), solver::UNSAT);
 }
 
@@ -356,7 +243,7 @@ TEST(solver, restarts_follow_the_schedule_and_keep_the_answer) {
   const unsigned int n = 5;
   for (unsigned int i = 0; i < n; ++i) s.add_var(iset::clipped_range(0, 3));
   for (unsigned int i = 0; i < n; ++i)
-    for (unsigned int j = i + 1; j < n; ++j) s.add_constraint(std::make_unique<neq_probe>()) << i << j;
+    for (unsigned int j = i + 1; j < n; ++j) s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
   s.restart_threshold = 2;
   std::ostringstream out;
   EXPECT_EQ(s.solve(&out), solver::UNSAT);
@@ -364,7 +251,7 @@ TEST(solver, restarts_follow_the_schedule_and_keep_the_answer) {
   recording_solver t;
   for (unsigned int i = 0; i < n; ++i) t.add_var(iset::clipped_range(0, 3));
   for (unsigned int i = 0; i < n; ++i)
-    for (unsigned int j = i + 1; j < n; ++j) t.add_constraint(std::make_unique<neq_probe>()) << i << j;
+    for (unsigned int j = i + 1; j < n; ++j) t.add_constraint(std::make_unique<neq_propagator>()) << i << j;
   t.restart_threshold = 0;
   EXPECT_EQ(t.solve(&out), solver::UNSAT);
   EXPECT_EQ(t.restarts(), 0u);
