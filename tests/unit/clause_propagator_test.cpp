@@ -21,10 +21,6 @@ namespace {
 
 using namespace brute_force;
 
-recording_info querying_view(const domain_list& d) {
-  return recording_info(d, constraint_runtime_info::CONSTRAINT_QUEUE, true);
-}
-
 // The propagation from `before` against brute force; unit propagation is all a
 // clause can do, and a unit clause must not stay CONSISTENT.
 void check_clause(const domain_list& literals, const domain_list& before, const recording_info& view,
@@ -161,8 +157,6 @@ TEST(clause_propagator, init_edge_cases) {
   recording_info view({iset("0:3"), iset("6,7")});
   EXPECT_EQ(unit.init(view), propagation_types::VALID);
   EXPECT_EQ(unit.count_watches(), 0u);
-  EXPECT_EQ(unit.algo().watch(0).param, 0);
-  EXPECT_EQ(unit.algo().watch(1).param, -1);
   EXPECT_EQ(unit.propagate(view), propagation_types::VALID);
   EXPECT_EQ(view.domain(0), iset("1,2"));
   EXPECT_TRUE(view.value_watches.empty());
@@ -170,29 +164,9 @@ TEST(clause_propagator, init_edge_cases) {
   clause_propagator satisfied{iset("1,2"), iset("5,6")};
   recording_info held({iset("1,3"), iset("5")});
   EXPECT_EQ(satisfied.init(held), propagation_types::VALID);
-  EXPECT_EQ(satisfied.algo().watch(0).param, 1);
   EXPECT_EQ(satisfied.count_watches(), 0u);
   EXPECT_EQ(satisfied.propagate(held), propagation_types::VALID);
   EXPECT_EQ(held.writes, 0u);
-}
-
-TEST(clause_propagator, querying_view_never_watches_an_empty_literal) {
-  // Only parameter 2 can hold; parameter 0 has an empty literal, so the fallback
-  // watch goes to parameter 1, on the smallest value of its literal.
-  clause_propagator c{iset(), iset("4,9"), iset("3,7")};
-  recording_info view = querying_view({iset("0,1"), iset("1,2"), iset("3,5,7")});
-  EXPECT_EQ(c.init(view), propagation_types::VALID);
-  EXPECT_EQ(view.value_watches, (std::vector<std::pair<unsigned, int>>{{2, 3}, {1, 4}}));
-  EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-  EXPECT_EQ(view.domain(2), iset("3,7"));
-  for (const auto& w : view.value_watches) EXPECT_NE(w.first, 0u);
-  // Without a second non-empty literal, one watch only.
-  clause_propagator d{iset(), iset("3,7")};
-  recording_info view2 = querying_view({iset("0,1"), iset("3,5,7")});
-  EXPECT_EQ(d.init(view2), propagation_types::VALID);
-  EXPECT_EQ(view2.value_watches.size(), 1u);
-  EXPECT_EQ(d.propagate(view2), propagation_types::VALID);
-  EXPECT_EQ(view2.domain(1), iset("3,7"));
 }
 
 //==== propagation ===============================================================
@@ -234,30 +208,6 @@ TEST(clause_propagator, refresh_outcomes) {
       EXPECT_EQ(single.domain(0), iset("4,5"));
     }
   }
-}
-
-TEST(clause_propagator, querying_view_repairs_the_second_watch_after_valid) {
-  // Record 0 dies and the clause is satisfied by parameter 2; in a querying view
-  // the run goes on and moves record 1 off its lost value as well.
-  clause_propagator c{iset("1"), iset("2,3"), iset("4")};
-  recording_info view = querying_view({iset("0,1"), iset("2,3,5"), iset("4,6")});
-  ASSERT_EQ(c.init(view), propagation_types::VALID);
-  view.domains() = {iset("0"), iset("3,5"), iset("4")};
-  EXPECT_EQ(c.propagate(view), propagation_types::VALID);
-  EXPECT_EQ(c.algo().watch(0).param, 0) << "satisfied elsewhere: the dead watch stays";
-  EXPECT_EQ(c.algo().watch(1).param, 1);
-  EXPECT_EQ(c.algo().watch(1).value, 3);
-  EXPECT_EQ(view.writes, 0u);
-  // Unit in a querying view: record 1 (on parameter 1) dies while record 0 still
-  // sits on the lost value 1, and is moved inside the reduced domain.
-  clause_propagator d{iset("1,2"), iset("5")};
-  recording_info unit = querying_view({iset("1:3"), iset("4,5")});
-  ASSERT_EQ(d.init(unit), propagation_types::VALID);
-  unit.domains() = {iset("0,2,3"), iset("4")};
-  EXPECT_EQ(d.algo().refresh_watch(unit, 1), propagation_types::VALID);
-  EXPECT_EQ(unit.domain(0), iset("2"));
-  EXPECT_EQ(d.algo().watch(0).param, 0);
-  EXPECT_EQ(d.algo().watch(0).value, 2);
 }
 
 //==== queries, printing, explanation, simplification ============================
