@@ -48,14 +48,6 @@ class echo : public plain {
   std::vector<unsigned int> answer;
 };
 
-TEST(constraint_propagator, result_types_print_by_name) {
-  std::ostringstream os;
-  os << propagation_types::UNSAT << " " << propagation_types::VALID << " "
-     << propagation_types::CONSISTENT << " " << propagation_types::POSTPONE << " "
-     << propagation_types::result_type(7);
-  EXPECT_EQ(os.str(), "UNSAT VALID CONSISTENT POSTPONE unknown result_type(7");
-}
-
 TEST(constraint_propagator, default_init_watches_every_parameter_that_is_not_fixed) {
   constraint_explicit_info info(3);
   info.domains() = {iset::singleton(3), iset(), iset::clipped_range(0, 4)};

@@ -158,16 +158,5 @@ TEST(learned_type, a_constraint_converts_to_the_clause_of_its_explanation) {
   EXPECT_EQ(os.str(), "[V0<=2, V1<=1]");
 }
 
-TEST(learned_type, caches_keep_the_largest_buffers) {
-  fixture f;
-  {
-    learned_type big(f.s.stack(), f.s);
-    for (unsigned int v = 0; v < 4; ++v) big.insert_literal(iset::singleton(0), v, NO_PREV);
-  }
-  learned_type next(f.s.stack(), f.s);
-  EXPECT_TRUE(next.nodes().empty());
-  EXPECT_TRUE(next.literals().empty());
-}
-
 }  // namespace
 }  // namespace zelk

@@ -234,24 +234,5 @@ TEST(proof_checker_visitor, verdict_without_a_complaint_stream) {
   EXPECT_FALSE(checker.result());
 }
 
-TEST(proof_checker_visitor, solver_check_needs_an_active_proof) {
-  solver s;
-  try {
-    solver_test_access::is_correctly_unsat(s);
-    FAIL() << "no error";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(),
-                 "solver::is_correctly_unsat() works only when proof mechanism is activated");
-  }
-  // An active proof with nothing recorded: the collector's error passes through.
-  s.produce_proof(true);
-  try {
-    solver_test_access::is_correctly_unsat(s);
-    FAIL() << "no error";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "No unsatisfiability record available");
-  }
-}
-
 }  // namespace
 }  // namespace zelk
