@@ -562,12 +562,6 @@ void assignment_stack::enable_var_costs_heap() {
   for (unsigned int i = n / 2; i-- > 0;) raise_var_heap_cost(m_heap[i]);
 }
 
-void assignment_stack::heap_swap(unsigned int i, unsigned int j) {
-  std::swap(m_heap[i], m_heap[j]);
-  m_heap_positions[m_heap[i]] = i;
-  m_heap_positions[m_heap[j]] = j;
-}
-
 void assignment_stack::lower_var_heap_cost(unsigned int var) {
   if (m_heap.empty()) return;
   // A hole moves up instead of repeated swaps; the result is the same.

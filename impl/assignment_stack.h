@@ -193,7 +193,6 @@ class assignment_stack : private no_copy {
   // Gives the entry's variable back the domain and chain head from before the
   // entry, with the matching heap move and value saving.
   void restore_entry(const variable_modification_entry& entry);
-  void heap_swap(unsigned int i, unsigned int j);
 
   std::vector<variable_state> m_variables;
   std::vector<small_model::iset> m_level0_domains;

@@ -72,11 +72,6 @@ bool conflict_constraint_dependency::is_erased(unsigned int constraint) const {
   return i < m_last_used.size() && m_last_used[i] == ERASED;
 }
 
-unsigned int conflict_constraint_dependency::last_used(unsigned int constraint) const {
-  const unsigned int i = constraint - m_first;
-  return constraint >= m_first && i < m_last_used.size() ? m_last_used[i] : 0;
-}
-
 const std::vector<unsigned int>& conflict_constraint_dependency::prerequisites(
     unsigned int constraint) const {
   static const std::vector<unsigned int> none;

@@ -29,7 +29,6 @@ class conflict_constraint_dependency {
 
   unsigned int first_constraint() const { return m_first; }
   bool is_erased(unsigned int constraint) const;
-  unsigned int last_used(unsigned int constraint) const;
   const std::vector<unsigned int>& prerequisites(unsigned int constraint) const;
 
  private:
