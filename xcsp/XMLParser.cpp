@@ -622,12 +622,12 @@ class ZELK_XMLPARSER::DictTagAction : public TagAction {
         std::unique_ptr<AST> value(stack.back());
         stack.pop_back();
         if (value == nullptr) break;
+        // A key node never leaves the operand stack: "/a /b 1" leaves a without a value.
+        if (value->getType() == DICT_KEY) fail("missing value in dictionary");
         if (stack.empty()) fail("internal error");
         std::unique_ptr<AST> key(stack.back());
         stack.pop_back();
         if (key == nullptr || key->getType() != DICT_KEY) fail("missing key in dictionary");
-        // A key node never leaves the operand stack: "/a /b 1" leaves a without a value.
-        if (value->getType() == DICT_KEY) fail("missing value in dictionary");
         dict->setArg(static_cast<ASTDictKey&>(*key).key, value.release());
       }
     } else {
