@@ -1029,6 +1029,19 @@ void XMLParser_libxml2<Callback, ASTFactory>::raisePending() {
   }
 }
 
+namespace {
+
+// For entity declarations libxml2 builds a document of its own even for a SAX
+// user ("expat compatibility"); freeing it is the caller's job.
+struct context_deleter {
+  void operator()(xmlParserCtxtPtr context) const {
+    if (context->myDoc != nullptr) xmlFreeDoc(context->myDoc);
+    xmlFreeParserCtxt(context);
+  }
+};
+
+}  // namespace
+
 template <class Callback, class ASTFactory>
 int XMLParser_libxml2<Callback, ASTFactory>::parse(std::istream& in) {
   constexpr int bufferSize = 4096;
@@ -1071,8 +1084,8 @@ int XMLParser_libxml2<Callback, ASTFactory>::parse(std::istream& in) {
   int count = int(in.gcount());
   if (count == 0) return 0;
 
-  std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> owned(
-      xmlCreatePushParserCtxt(&handler, this, buffer.get(), count, nullptr), &xmlFreeParserCtxt);
+  std::unique_ptr<xmlParserCtxt, context_deleter> owned(
+      xmlCreatePushParserCtxt(&handler, this, buffer.get(), count, nullptr));
   if (owned == nullptr) throw std::bad_alloc();
   context = owned.get();
   struct forget_context {
