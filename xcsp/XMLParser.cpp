@@ -486,11 +486,14 @@ class ZELK_XMLPARSER::ConstraintTagAction : public TagAction {
     int arity = intAttribute(attributes, "arity", getTagName());
     std::string name = stringAttribute(attributes, "name", getTagName());
     std::string reference = stringAttribute(attributes, "reference", getTagName());
-    // Global constraint names match in any case, the prefix included.
+    // Global constraint names match in any case, the prefix included. A symbol
+    // of the document spelt that way is still found as written.
     if (reference.size() > 7 && toLower(reference.substr(0, 7)) == "global:") {
-      std::string written = reference;
-      reference = toLower(reference);
-      if (p.symbols.find(reference) == p.symbols.end()) fail("symbol " + written + " is undefined");
+      std::string folded = toLower(reference);
+      if (p.symbols.count(folded) != 0)
+        reference = folded;
+      else if (p.symbols.count(reference) == 0)
+        fail("symbol " + reference + " is undefined");
     }
     SymbolInfo info = p.getSymbolInfo(reference);
     if (info.dictKeys != nullptr) p.dictTagAction->keyOrder = info.dictKeys;

@@ -336,6 +336,18 @@ TEST(xcsp_reader, constraint_references_and_parameters) {
             "endInstance\n");
 }
 
+// Only the names of global constraints are folded to lower case.
+TEST(xcsp_reader, predicate_with_the_global_prefix) {
+  outcome result = read_document(
+      head +
+      "<predicates nbPredicates='1'><predicate name='Global:Mine'><parameters>int A</parameters>"
+      "<expression><functional>A</functional></expression></predicate></predicates>"
+      "<constraints nbConstraints='1'><constraint name='C' arity='1' scope='X' reference='Global:Mine'/>"
+      "</constraints></instance>");
+  EXPECT_EQ(result.error, "");
+  EXPECT_NE(result.events.find("beginConstraint C 0 1 Global:Mine 1 0 [ X/$0 ]"), std::string::npos);
+}
+
 TEST(xcsp_reader, dictionaries_and_symbols) {
   outcome result = read_document(
       constraint("global:cumulative",
