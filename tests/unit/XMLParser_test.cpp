@@ -557,6 +557,15 @@ TEST(xcsp_reader, line_of_the_error) {
                                  "<domain name='D' nbValues='1'>\n1 x\n</domain></domains></instance>");
   EXPECT_EQ(result.error, "invalid integer in <domain> element");
   EXPECT_EQ(result.out, "Exception at line 7\n");
+
+  // Raised while an early chunk is parsed: the later ones are not read.
+  std::string lines;
+  for (int i = 0; i < 2000; ++i) lines += "<!-- filler -->\n";
+  result = read_document("<instance>\n<domains nbDomains='1'><domain name='D' nbValues='1'>x</domain>\n" +
+                         lines + "<domains/></instance>");
+  EXPECT_EQ(result.error, "invalid integer in <domain> element");
+  EXPECT_EQ(result.out, "Exception at line 2\n");
+  EXPECT_EQ(result.events, "beginDomainsSection 1\nbeginDomain D 0 1\n");
 }
 
 TEST(xcsp_reader, empty_input_makes_no_call) {
