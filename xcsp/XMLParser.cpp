@@ -921,6 +921,8 @@ ASTList* ZELK_XMLPARSER::popList() {
     operandStack.pop_back();
     if (node == nullptr) break;
     list->push_front(node);
+    // "/key" or <entry> outside a dictionary: the node must not reach a tree.
+    if (node->getType() == DICT_KEY) fail("dictionary key outside a dictionary");
   }
   return list.release();
 }
