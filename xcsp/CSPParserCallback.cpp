@@ -1,0 +1,8 @@
+// Out-of-line destructor: the one place the interface's virtual table is emitted.
+#include "xcsp/CSPParserCallback.h"
+
+namespace CSPXMLParser {
+
+CSPParserCallback::~CSPParserCallback() = default;
+
+}  // namespace CSPXMLParser
