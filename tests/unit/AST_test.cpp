@@ -37,7 +37,7 @@ TEST(AST, random_trees_evaluate_as_the_independent_evaluator) {
   int values_seen = 0;
   for (int round = 0; round < 3000; ++round) {
     auto ast = rt::random_tree(rng, 5, round % 2 == 0 ? 0 : 20);
-    // A missing argument prints as nothing in every syntax.
+    // Every syntax prints a tree with missing arguments.
     for (Syntax s : {PREFIX, INFIX, POSTFIX, MATHML}) print(*ast, s);
     for (int k = 0; k < 4; ++k) {
       std::vector<int> values;
