@@ -2,7 +2,7 @@
 """Randomised differential test of zelk's OPB answers.
 
     opb_differential.py --zelk ZELK --checker OPB_CHECKER [--seeds 1:300]
-                        [--seed N] [--peer clasp|none] [--jobs 2] [--minimise]
+                        [--seed N] [--peer clasp|none] [--jobs 2]
                         [--show]
 
 Each seed gives one small random instance in zelk's dialect (clauses,
@@ -15,8 +15,7 @@ clasp is installed, and with the other option sets. Every model zelk prints
 must satisfy the file (own evaluation and opb_checker), and the "o" line before
 it must be the objective of that model.
 
-A failure prints the seed, the instance and the command that replays it; with
---minimise that command also shrinks the instance while the failure persists.
+A failure prints the seed, the instance and the command that replays it.
 Standard library only; the last line reads "N passed, N failed".
 """
 import argparse
@@ -498,53 +497,6 @@ def test_instance(seed, inst, args, tmpdir, tag=None):
     return problems
 
 
-# ---- shrinking ------------------------------------------------------------------------
-
-def shrink(seed, inst, args, tmpdir):
-    """Greedy removal of constraints, terms and the objective while some problem stays."""
-    def fails(candidate):
-        return bool(test_instance(seed, candidate, args, tmpdir, "shrink"))
-
-    def variants(x):
-        if x.objective is not None:
-            yield Instance(x.names, x.constraints, None)
-            for i in range(len(x.objective)):
-                if len(x.objective) > 1:
-                    yield Instance(x.names, x.constraints, x.objective[:i] + x.objective[i + 1:])
-        for i in range(len(x.constraints)):
-            yield Instance(x.names, x.constraints[:i] + x.constraints[i + 1:], x.objective)
-        for i, (name, terms, rel, rhs) in enumerate(x.constraints):
-            if name:
-                yield Instance(x.names, x.constraints[:i] + [(None, terms, rel, rhs)] +
-                               x.constraints[i + 1:], x.objective)
-            for j in range(len(terms)):
-                if len(terms) > 1:
-                    c = (name, terms[:j] + terms[j + 1:], rel, rhs)
-                    yield Instance(x.names, x.constraints[:i] + [c] + x.constraints[i + 1:],
-                                   x.objective)
-
-    def drop_unused(x):
-        used = x.used_variables()
-        if len(used) == len(x.names):
-            return x
-        remap = {v: i for i, v in enumerate(used)}
-        lits = lambda ls: [(n, remap[v]) for n, v in ls]
-        cons = [(nm, [(c, lits(l)) for c, l in t], r, k) for nm, t, r, k in x.constraints]
-        obj = [(c, lits(l)) for c, l in x.objective] if x.objective is not None else None
-        return Instance([x.names[v] for v in used], cons, obj)
-
-    progress = True
-    while progress:
-        progress = False
-        for v in variants(inst):
-            if fails(v):
-                inst = v
-                progress = True
-                break
-    smaller = drop_unused(inst)
-    return smaller if fails(smaller) else inst
-
-
 # ---- main ------------------------------------------------------------------------------
 
 def main():
@@ -556,7 +508,6 @@ def main():
     ap.add_argument("--peer", default=None, help="clasp or none (default: clasp when "
                     "installed)")
     ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--minimise", action="store_true", help="shrink a failing instance")
     ap.add_argument("--show", action="store_true", help="print each instance")
     args = ap.parse_args()
     if args.peer is None:
@@ -589,15 +540,9 @@ def main():
                 print("  " + p)
             print("  instance:")
             print("".join("    " + line + "\n" for line in inst.text().splitlines()), end="")
-            print("  replay: python3 %s --zelk %s --checker %s --peer %s --seed %d --minimise"
+            print("  replay: python3 %s --zelk %s --checker %s --peer %s --seed %d"
                   % (os.path.abspath(__file__), args.zelk, args.checker,
                      args.peer, seed))
-            if args.minimise:
-                small = shrink(seed, inst, args, tmpdir)
-                print("  minimal instance (%s):" % "; ".join(
-                    test_instance(seed, small, args, tmpdir, "min")[:2]))
-                print("".join("    " + line + "\n" for line in small.text().splitlines()),
-                      end="")
     finally:
         shutil.rmtree(tmpdir, ignore_errors=True)
     print("opb differential: %d instances, seeds %d..%d, peer %s, %d option sets, %.1f s"
