@@ -471,8 +471,9 @@ bool assignment_stack::audit() const {
       later = entry.previous_domain;
       m = entry.previous_modification;
     }
+    // A single value has no saved counterpart necessarily: a restart forgets them all.
     const previous_value& saved = m_previously_assigned_value[var];
-    if (state.domain.is_singleton() && !(saved.has_value && saved.value == single_value(state.domain)))
+    if (state.domain.is_singleton() && saved.has_value && saved.value != single_value(state.domain))
       return false;
   }
   for (std::size_t level = 0; level < m_decisions.size(); ++level) {

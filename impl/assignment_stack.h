@@ -153,7 +153,7 @@ class assignment_stack : private no_copy {
 
   // The invariants of the whole stack: every chain of entries runs back through
   // older entries of its own variable, domains only narrow along a chain, decisions
-  // are ordered entries, singletons have their value saved, and the cost heap (when
+  // are ordered entries, a saved value agrees with a single value, and the cost heap (when
   // enabled) matches its positions and keeps fixed variables below open ones; false
   // on a fault.
   bool audit() const;
