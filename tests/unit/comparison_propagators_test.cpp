@@ -125,28 +125,6 @@ TEST(comparison_propagators, difference_combination_edges) {
   EXPECT_FALSE(plus2.may_combine(linear_combination_ge_propagator(1, {1, 1})));
 }
 
-TEST(comparison_propagators, base_class_combination_defaults) {
-  const equal_propagator eq;
-  const is_equal_propagator is_equal;
-  const if_then_else_propagator ite;
-  EXPECT_TRUE(is_equal.may_combine(eq));
-  EXPECT_FALSE(is_equal.may_combine(ite));
-  EXPECT_FALSE(is_equal.may_combine(difference_ge_propagator(0)));
-  // With anything but an equality on the right, null and `out` untouched.
-  std::vector<unsigned> out{7, 7};
-  const constraint_explicit_info three = make_view({iset("0:1"), iset("0:5"), iset("0:5")});
-  const constraint_explicit_info four = make_view(domain_list(4, iset("0:5")));
-  EXPECT_FALSE(is_equal.combine(three, ite, four, {4, 5, 6, 7}, 0, out));
-  EXPECT_EQ(out, (std::vector<unsigned>{7, 7}));
-  // b iff (x = y) with y = w and x = w fixed the same: b must be 1, so b = 0 fails.
-  // combine_other_first translates back: y (left 2) becomes w (right 1, number 4);
-  // x and b keep their left numbers.
-  const domain_list left{iset("0"), iset("3"), iset("0:9")}, right{iset("0:9"), iset("3")};
-  expect_combination(run_combine(is_equal, left, eq, right, {2, 4}, 0), "is_equal", {0, 1, 4});
-  // The partner already in the left constraint: null.
-  expect_combination(run_combine(is_equal, left, eq, right, {2, 1}, 0), "");
-}
-
 TEST(comparison_propagators, new_propagator_by_literal_count) {
   // Through specifications of results: literals first, then the base; with
   // literals, the class that combines like a difference.

@@ -97,25 +97,6 @@ std::string shape(const disjunction_specification& s) {
   return os.str();
 }
 
-TEST(disjunction, specifications_of_the_propagators) {
-  const constraint_explicit_info four = make_view(domain_list(4, iset("0:9")));
-  const clause_propagator clause{iset("1"), iset("2:3"), iset("4")};
-  EXPECT_EQ(shape(disjunction_specification(four, clause, {5, 6, 7})),
-            "3 from 0: v5{1} v6{2,3} v7{4} base 0: none");
-  auto mixed = diff_or(3, {iset("1"), iset("5")});
-  const disjunction_specification of_mixed(four, *mixed, {});  // the empty map is the identity
-  EXPECT_EQ(shape(of_mixed), "2 from 2: v2{1} v3{5} base 2: v0 v1 diff_ge_3");
-  EXPECT_TRUE(of_mixed.owns_constraint());
-  const linear_combination_ge_propagator sum(2, {1, 2, -1});
-  const disjunction_specification of_sum(four, sum, {4, 0, 9});
-  EXPECT_EQ(shape(of_sum), "0 from 0: base 3: v4 v0 v9 (P0+2*P1-P2>=2)");
-  EXPECT_EQ(of_sum.find_constraint_param(0), 1);
-  EXPECT_EQ(of_sum.find_constraint_param(5), -1);
-  // No form: nothing declared.
-  const if_then_else_propagator ite;
-  EXPECT_EQ(shape(disjunction_specification(four, ite, {})), "0 from 0: base 0: none");
-}
-
 TEST(disjunction, resolution_of_literals) {
   const constraint_explicit_info three = make_view(domain_list(3, iset("0:9")));
   const constraint_explicit_info one_view = make_view({iset("0:9")});

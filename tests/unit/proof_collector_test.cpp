@@ -162,52 +162,6 @@ TEST(proof_collector, erased_learned_constraints_replay_from_saved_clauses) {
   EXPECT_TRUE(c[0].set.empty());
 }
 
-TEST(proof_collector, saved_clause_lookup_before_and_after_sorting) {
-  refutation_model m;
-  proof_collector* const collector = m.collector;
-  collector->save_clause(9, make({{X, S({1})}}));
-  collector->save_clause(7, make({{Y, S({2})}}));
-  collector->save_clause(9, make({{X, S({3})}}));
-  // Unsorted: still the first copy saved.
-  ASSERT_NE(collector->find_saved_clause(9), collector->saved_clauses_end());
-  EXPECT_EQ(collector->find_saved_clause(9)->second[0].set, S({1}));
-  collector->prepare_to_print();
-  EXPECT_EQ(collector->find_saved_clause(9)->second[0].set, S({1}));
-  EXPECT_EQ(collector->find_saved_clause(7)->second[0].set, S({2}));
-  EXPECT_EQ(collector->find_saved_clause(8), collector->saved_clauses_end());
-  EXPECT_EQ(collector->find_saved_clause(10), collector->saved_clauses_end());
-}
-
-TEST(proof_collector, recording_gives_clause_ids_and_explanation_ids) {
-  refutation_model m;
-  solver& s = m.s;
-  proof_collector* const collector = m.collector;
-  m.learn_first();
-  const std::vector<proof_collector::resolution_entry> expected = {{1, -1}, {-1, int(X)},
-                                                                   {0, int(W)}};
-  EXPECT_EQ(collector->resolution_entries(), expected);
-  EXPECT_EQ(collector->explanation_count(), 1u);
-  EXPECT_TRUE(collector->is_explanation_clause(-1));
-  EXPECT_FALSE(collector->is_explanation_clause(-2));
-  EXPECT_FALSE(collector->is_explanation_clause(0));
-  EXPECT_EQ(collector->get_constraint_explained_by(-1), 3u);
-  EXPECT_EQ(collector->get_explanation_data(-1).rule, nullptr);
-  EXPECT_EQ(collector->conflict_starts(), std::vector<unsigned int>{0});
-  EXPECT_EQ(collector->first_conflict_clause(), 4u);
-  EXPECT_TRUE(collector->want_proof());
-
-  // Taking back a clause entry keeps the explanations; taking back the entry of
-  // the last explanation removes it as well.
-  collector->record_conflict(2, {}, std::make_unique<fixed_rule>(std::vector<iset>{}));
-  collector->record_resolution(0, s.clause_literals(0), int(W), nullptr);
-  collector->pop_resolution_entry();
-  EXPECT_EQ(collector->explanation_count(), 2u);
-  EXPECT_NE(collector->get_explanation_data(-2).rule, nullptr);
-  collector->pop_resolution_entry();
-  EXPECT_EQ(collector->explanation_count(), 1u);
-  EXPECT_EQ(collector->resolution_entries().size(), 3u);
-}
-
 TEST(proof_collector, explanation_clauses_drop_empty_sets_from_the_back) {
   refutation_model m;
   proof_collector* const collector = m.collector;
@@ -355,23 +309,6 @@ TEST(proof_collector, resolve_edge_cases) {
   // Both empty: the empty clause.
   proof_collector::resolve(clause_data(), clause_data(), x, r);
   EXPECT_TRUE(r.empty());
-}
-
-TEST(proof_collector, solver_installs_and_replaces_collectors) {
-  solver s;
-  EXPECT_FALSE(s.want_proof());
-  try {
-    std::ostringstream os;
-    s.print_recent_proof(os);
-    FAIL() << "no error";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "solver::generate_proofs() was not called, no proof available");
-  }
-  s.produce_proof(true);
-  EXPECT_TRUE(s.want_proof());
-  EXPECT_NE(dynamic_cast<proof_collector*>(&s.proof_collector()), nullptr);
-  s.produce_proof(false);
-  EXPECT_FALSE(s.want_proof());
 }
 
 }  // namespace
