@@ -51,12 +51,6 @@ std::unique_ptr<opb_solver> read(const std::string& text, int report_level = 0) 
   return std::make_unique<opb_solver>(in, "test.opb", flags, memory);
 }
 
-const variable& variable_named(const opb_solver& s, const char* name) {
-  const auto found = s.context().variables().find(name);
-  EXPECT_NE(found, s.context().variables().end()) << name;
-  return *found;
-}
-
 // "+3 x ~y" style text of a normalized constraint, for compact expectations.
 std::string text_of(const constraint& c) {
   std::ostringstream os;
@@ -78,60 +72,6 @@ TEST(opb, conjunction_normal_form) {
   EXPECT_TRUE(constraints[1]->trivially_false());
   EXPECT_TRUE(constraints[1]->expr().empty());
   EXPECT_EQ(text_of(*constraints[2]), "+1 a ~b >= 1");
-}
-
-TEST(opb, products_are_unique_and_ordered) {
-  std::unique_ptr<opb_solver> s = read(
-      "+1 y x >= 1 ;\n"
-      "+2 x y >= 1 ;\n"
-      "+1 x ~y >= 1 ;\n"
-      "+1 x >= 1 ;\n"
-      "+1 a ~a >= 1 ;\n"
-      "+1 ~b b >= 1 ;\n");
-  const context& ctx = s->context();
-  const auto& c = ctx.constraints();
-  // "y x" and "x y" are one object; "x ~y" is another.
-  EXPECT_EQ(c[0]->expr().atoms()[0].conj, c[1]->expr().atoms()[0].conj);
-  const conjunction* xy = c[0]->expr().atoms()[0].conj;
-  const conjunction* x_not_y = c[2]->expr().atoms()[0].conj;
-  const conjunction* x = c[3]->expr().atoms()[0].conj;
-  EXPECT_NE(xy, x_not_y);
-  // Products: a prefix first, then by name, ~y before y.
-  EXPECT_TRUE(*x < *x_not_y);
-  EXPECT_TRUE(*x_not_y < *xy);
-  EXPECT_FALSE(*xy < *x_not_y);
-  EXPECT_FALSE(*xy < *xy);
-  // All constant-false products are one, with hash 0, and come first.
-  std::size_t always_false = 0;
-  for (const context::conjunction_hash_entry& entry : ctx.conjunctions()) {
-    EXPECT_EQ(entry.hash, entry.conj->hash());
-    if (!entry.conj->always_false()) continue;
-    ++always_false;
-    EXPECT_EQ(entry.hash, 0u);
-    EXPECT_TRUE(*entry.conj < *xy);
-    EXPECT_FALSE(*xy < *entry.conj);
-    EXPECT_FALSE(*entry.conj < *entry.conj);
-  }
-  EXPECT_EQ(always_false, 1u);
-  EXPECT_EQ(ctx.conjunctions().size(), 4u);
-  // The hash of a variable: h = h * 1523 + character from 1; of a product:
-  // h = hash(variable) * sign + h * 98321 from 1.
-  EXPECT_EQ(variable_named(*s, "x").hash(), 1523u + 'x');
-  EXPECT_EQ(x->hash(), (1523u + 'x') + 98321u);
-}
-
-TEST(opb, get_not) {
-  std::unique_ptr<opb_solver> s = read("+1 x >= 1 ;\n+1 ~x >= 0 ;\n+1 x y >= 1 ;\n");
-  context& ctx = s->context();
-  const auto& c = ctx.constraints();
-  conjunction* x = c[0]->expr().atoms()[0].conj;
-  conjunction* not_x = x->get_not(ctx);
-  ASSERT_NE(not_x, nullptr);
-  ASSERT_EQ(not_x->literals().size(), 1u);
-  EXPECT_EQ(not_x->literals()[0].first, -1);
-  EXPECT_EQ(not_x->get_not(ctx), x);
-  EXPECT_EQ(x->get_not(ctx), not_x);  // unique: asked twice, one object
-  EXPECT_EQ(c[2]->expr().atoms()[0].conj->get_not(ctx), nullptr);
 }
 
 //==== sums ===========================================================================
@@ -170,48 +110,6 @@ TEST(opb, clause_for_sum_at_least_one) {
   ASSERT_EQ(s->num_constraints(), 1u);
   EXPECT_TRUE(s->is_clause(0));
   EXPECT_EQ(s->num_variables(), 2u);
-}
-
-TEST(opb, same_product_shares_base_variable) {
-  std::unique_ptr<opb_solver> s = read("+3 x y >= 2 ;\n+2 y x = 2 ;\n");
-  const conjunction* xy = s->context().constraints()[0]->expr().atoms()[0].conj;
-  EXPECT_EQ(s->context().constraints()[1]->expr().atoms()[0].conj, xy);
-  const auto& by_value = xy->variables_by_value();
-  ASSERT_EQ(by_value.size(), 2u);
-  const auto three = by_value.find(conjunction::atom_values_t(0, 3));
-  const auto two = by_value.find(conjunction::atom_values_t(0, 2));
-  ASSERT_NE(three, by_value.end());
-  ASSERT_NE(two, by_value.end());
-  // The first use made the base; the second follows it in both directions.
-  EXPECT_EQ(xy->base_variable(), three->second.variable);
-  EXPECT_EQ(xy->atom_values(), conjunction::atom_values_t(0, 3));
-  EXPECT_NE(two->second.variable, three->second.variable);
-  EXPECT_TRUE(two->second.true_atom_implies_product);
-  EXPECT_TRUE(two->second.product_implies_true_atom);
-  // ">= 2" left the base {3}, "= 2" fixed the second atom.
-  EXPECT_EQ(s->stack().domain(three->second.variable), iset("3"));
-  EXPECT_EQ(s->stack().domain(two->second.variable), iset("2"));
-}
-
-TEST(opb, atom_connectivity_directions) {
-  using connectivity = conjunction::atom_connectivity_t;
-  const connectivity at_most(3, false, zelk::eval_at_most);
-  EXPECT_TRUE(at_most.true_atom_implies_product);
-  EXPECT_FALSE(at_most.product_implies_true_atom);
-  const connectivity negative(-3, false, zelk::eval_at_most);
-  EXPECT_FALSE(negative.true_atom_implies_product);
-  EXPECT_TRUE(negative.product_implies_true_atom);
-  const connectivity negated(3, true, zelk::eval_at_most);
-  EXPECT_EQ(negated.true_atom_implies_product, negative.true_atom_implies_product);
-  const connectivity both_swaps(-3, true, zelk::eval_at_most);
-  EXPECT_TRUE(both_swaps.true_atom_implies_product);
-  EXPECT_FALSE(both_swaps.product_implies_true_atom);
-  connectivity exact;
-  exact.set_equals_variable(4);
-  EXPECT_TRUE(exact.is_as_strong_as(at_most));
-  EXPECT_TRUE(exact.is_as_strong_as(negative));
-  EXPECT_FALSE(at_most.is_as_strong_as(negative));
-  EXPECT_TRUE(at_most.is_as_strong_as(connectivity()));
 }
 
 TEST(opb, right_hand_side_between_atom_values) {
