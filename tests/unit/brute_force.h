@@ -102,6 +102,9 @@ inline constraint_explicit_info make_view(const domain_list& d) {
   return info;
 }
 
+// The message of what f throws, "" if nothing.
+template <class F> std::string thrown(F&& f) try { return f(), ""; } catch (const std::exception& e) { return e.what(); }
+
 // The relation that a propagator's constraint_check defines on `arity` parameters.
 inline relation relation_of(const constraint_propagator& p, unsigned arity) {
   std::shared_ptr<const constraint_propagator> copy(p.clone());
