@@ -1,10 +1,6 @@
-// Brute-force oracles for propagator tests: enumerate every assignment of a few
-// small domains and compare a propagator's filtering, its failure and validity
-// claims, its explanations and the constraints it builds by combination with what
-// the plain relation says; random instances and a recording view to drive them.
-//
-// A relation is a predicate on one value per parameter. Everything runs on a
-// constraint_explicit_info, so a propagator sees exactly the domains given here.
+// Brute-force oracles for propagator tests: every assignment of a few small domains
+// against a propagator's filtering, failure and validity claims, explanations and
+// combinations; random instances and a recording view to drive them.
 #ifndef ZELK_TESTS_UNIT_BRUTE_FORCE_H
 #define ZELK_TESTS_UNIT_BRUTE_FORCE_H
 
@@ -34,27 +30,26 @@ typedef propagation_types::result_type result_type;
 
 //==== enumeration =============================================================
 
+inline bool any_empty(const domain_list& d) {
+  return std::any_of(d.begin(), d.end(), [](const iset& s) { return s.empty(); });
+}
+
 // Calls f on every assignment with values[i] in sets[i], the last parameter
 // moving fastest; stops as soon as f returns false and then returns false.
 template <class F>
 bool for_each_assignment(const domain_list& sets, F&& f) {
-  for (const iset& s : sets)
-    if (s.empty()) return true;
-  const std::size_t n = sets.size();
-  assignment values(n);
-  for (std::size_t i = 0; i < n; ++i) values[i] = sets[i].min();
+  if (any_empty(sets)) return true;
+  assignment values;
+  for (const iset& s : sets) values.push_back(s.min());
   for (;;) {
     if (!f(values)) return false;
-    std::size_t i = n;
-    for (;;) {
-      if (i == 0) return true;
-      --i;
+    for (std::size_t i = sets.size();; values[i] = sets[i].min()) {
+      if (i-- == 0) return true;
       const auto next = sets[i].lower_bound(values[i] + 1);
       if (next != sets[i].end()) {
         values[i] = *next;
         break;
       }
-      values[i] = sets[i].min();
     }
   }
 }
@@ -87,11 +82,18 @@ std::string show(const std::vector<T>& v) {
   return os.str();
 }
 
-inline std::string printed(const constraint_propagator& p,
-                           const constraint_runtime_info* info = nullptr) {
+inline std::string printed(const constraint_propagator& p, const constraint_runtime_info* info = nullptr) {
   std::ostringstream os;
   p.print(os, info);
   return os.str();
+}
+
+// Domains written as sets between spaces, "-" for the empty one: "0:9 2,4 -".
+inline domain_list sets(const std::string& text) {
+  domain_list d;
+  std::istringstream in(text);
+  for (std::string set; in >> set;) d.push_back(set == "-" ? iset() : iset(set));
+  return d;
 }
 
 inline constraint_explicit_info make_view(const domain_list& d) {
@@ -99,6 +101,9 @@ inline constraint_explicit_info make_view(const domain_list& d) {
   info.domains() = d;
   return info;
 }
+
+// The message of what f throws, "" if nothing.
+template <class F> std::string thrown(F&& f) try { return f(), ""; } catch (const std::exception& e) { return e.what(); }
 
 // The relation that a propagator's constraint_check defines on `arity` parameters.
 inline relation relation_of(const constraint_propagator& p, unsigned arity) {
@@ -129,8 +134,8 @@ inline iset set_sum(const iset& a, const iset& b, int sign, const iset& within =
 
 //==== random instances ========================================================
 
-// Runs body(gen, round, context) for `rounds` rounds of one generator, up to the
-// first failure; the context names the seed and the round for replay.
+// body(gen, round, context) for `rounds` rounds up to the first failure; the
+// context names the seed and the round for replay.
 template <class F>
 void repeat(unsigned seed, int rounds, F&& body) {
   std::mt19937 gen(seed);
@@ -162,12 +167,10 @@ inline iset random_subset(std::mt19937& gen, const iset& of, bool non_empty = fa
   }
 }
 
-// A clause of one to five parameters over a universe of at most five values
-// somewhere in 0..31, with non-empty domains; a literal may hold values outside
-// the universe, and may be empty.
-struct clause_instance {
-  domain_list literals, domains;
-};
+// A clause of one to five parameters over a universe of at most five values in
+// 0..31, with non-empty domains; a literal may hold values outside the universe,
+// and may be empty.
+struct clause_instance { domain_list literals, domains; };
 
 inline clause_instance random_clause(std::mt19937& gen) {
   clause_instance r;
@@ -176,10 +179,8 @@ inline clause_instance random_clause(std::mt19937& gen) {
   switch (gen() % 3) {
     case 0: universe = iset::clipped_range(0, 1 + gen() % 4); break;
     case 1: universe = iset::clipped_range(27 + gen() % 3, 31); break;
-    default: {
-      const unsigned size = 2 + gen() % 4;
-      while (universe.size() < size) universe.insert(int(gen() % 32));
-    }
+    default:
+      for (const unsigned size = 2 + gen() % 4; universe.size() < size;) universe.insert(int(gen() % 32));
   }
   for (unsigned i = 0; i < arity; ++i) {
     iset literal = random_subset(gen, universe);
@@ -191,26 +192,18 @@ inline clause_instance random_clause(std::mt19937& gen) {
   return r;
 }
 
-inline bool any_empty(const domain_list& d) {
-  return std::any_of(d.begin(), d.end(), [](const iset& s) { return s.empty(); });
-}
-
 //==== a view that records ======================================================
 
-// An explicit view that records the watches asked for, the live value watches
-// (a release must name the parameter and value of its allocation), the queue
+// An explicit view that records the watches asked for, the live value watches (a
+// release must name the parameter and value of its allocation), the queue
 // requests, the reads of each parameter and the writes, which must narrow and
-// never empty a domain. The originating queue is set by the test, and with
-// `querying` the view answers as a tentative slice does.
+// never empty a domain. With `querying` it answers as a tentative slice does.
 class recording_info : public constraint_explicit_info {
  public:
   explicit recording_info(const domain_list& d,
                           queue_type queue = constraint_runtime_info::CONSTRAINT_QUEUE,
                           bool querying = false)
-      : constraint_explicit_info(unsigned(d.size())),
-        reads(d.size(), 0),
-        m_queue(queue),
-        m_querying(querying) {
+      : constraint_explicit_info(unsigned(d.size())), reads(d.size(), 0), m_queue(queue), m_querying(querying) {
     domains() = d;
   }
   queue_type originating_queue() const override { return m_queue; }
@@ -239,10 +232,7 @@ class recording_info : public constraint_explicit_info {
   }
   void deallocate_value_watch(unsigned int param, int value, watch_handle_t handle) override {
     const auto it = std::find(m_handles.begin(), m_handles.end(), handle);
-    if (it == m_handles.end()) {
-      ADD_FAILURE() << "release of a handle never allocated here";
-      return;
-    }
+    ASSERT_TRUE(it != m_handles.end()) << "release of a handle never allocated here";
     const auto k = it - m_handles.begin();
     EXPECT_EQ(value_watches[std::size_t(k)], std::make_pair(param, value));
     value_watches.erase(value_watches.begin() + k);
@@ -264,125 +254,58 @@ class recording_info : public constraint_explicit_info {
 
 //==== propagation =============================================================
 
-enum pruning_kind {
-  DOMAIN_CONSISTENT,  // every value left has a support; UNSAT exactly without one
-  SOUND_ONLY          // no supported value lost; UNSAT only without support
-};
+// DOMAIN_CONSISTENT: every value left has a support, UNSAT exactly without one;
+// SOUND_ONLY: no supported value lost, UNSAT only without support.
+enum pruning_kind { DOMAIN_CONSISTENT, SOUND_ONLY };
 
-struct outcome {
-  result_type result;
-  domain_list after;
-};
+struct outcome { result_type result; domain_list after; };
 
-// A propagation from d that ended in `out`, against the supports: never a
-// supported value lost, never an empty write, UNSAT only without support, VALID
-// only when every assignment left satisfies the relation, and, for
-// DOMAIN_CONSISTENT, exact pruning.
+// A propagation from d that ended in `out`: never a supported value lost, never
+// an empty write, UNSAT only without support, VALID only when every assignment
+// left satisfies the relation, and, for DOMAIN_CONSISTENT, exact pruning.
 inline void check_outcome(const domain_list& d, const outcome& out, const relation& rel,
                           pruning_kind kind, const std::string& context) {
-  const domain_list& after = out.after;
   const domain_list support = supported_values(d, rel);
-  const bool supported = solvable(d, rel);
-  const std::string where = context + " before " + show(d) + " after " + show(after);
+  const bool supported = solvable(d, rel), unsat = out.result == propagation_types::UNSAT;
+  const std::string where = context + " before " + show(d) + " after " + show(out.after);
   EXPECT_NE(out.result, propagation_types::POSTPONE) << where;
-  if (out.result == propagation_types::UNSAT) {
-    EXPECT_FALSE(supported) << "UNSAT with a support: " << where;
-  } else {
-    for (std::size_t i = 0; i < d.size(); ++i) {
-      EXPECT_TRUE(after[i].subset_of(d[i])) << "grew P" << i << ": " << where;
-      if (!d[i].empty()) {
-        EXPECT_FALSE(after[i].empty()) << "wrote an empty domain: " << where;
-      }
-      EXPECT_TRUE(support[i].subset_of(after[i]))
-          << "lost a supported value of P" << i << ": " << where;
-    }
+  EXPECT_FALSE(unsat && supported) << "UNSAT with a support: " << where;
+  if (kind == DOMAIN_CONSISTENT) { EXPECT_EQ(unsat, !supported) << where; }
+  for (std::size_t i = 0; i < d.size() && !unsat; ++i) {
+    EXPECT_TRUE(out.after[i].subset_of(d[i])) << "grew P" << i << ": " << where;
+    EXPECT_FALSE(!d[i].empty() && out.after[i].empty()) << "wrote an empty domain: " << where;
+    EXPECT_TRUE(support[i].subset_of(out.after[i])) << "lost a support of P" << i << ": " << where;
+    if (kind == DOMAIN_CONSISTENT) { EXPECT_EQ(out.after[i], support[i]) << "P" << i << " " << where; }
   }
   if (out.result == propagation_types::VALID) {
-    for_each_assignment(after, [&](const assignment& v) {
+    for_each_assignment(out.after, [&](const assignment& v) {
       EXPECT_TRUE(rel(v)) << "VALID with a false assignment " << show(v) << ": " << where;
       return rel(v);
     });
   }
-  if (kind == DOMAIN_CONSISTENT) {
-    EXPECT_EQ(out.result == propagation_types::UNSAT, !supported) << where;
-    if (out.result != propagation_types::UNSAT) {
-      for (std::size_t i = 0; i < d.size(); ++i)
-        EXPECT_EQ(after[i], support[i]) << "P" << i << " not pruned to its supports: " << where;
-    }
-  }
-}
-
-// Runs a clone of p (init first when asked) on d and checks the outcome; also,
-// conflicts never claims a conflict that has a support.
-inline outcome check_propagation(const constraint_propagator& p, const domain_list& d,
-                                 const relation& rel, pruning_kind kind,
-                                 const std::string& context, bool run_init = false) {
-  std::unique_ptr<constraint_propagator> copy = p.clone();
-  constraint_explicit_info view = make_view(d);
-  result_type result = propagation_types::UNSAT;
-  if (!run_init || copy->init(view) != propagation_types::UNSAT) result = copy->propagate(view);
-  const outcome out{result, view.domains()};
-  check_outcome(d, out, rel, kind, context);
-  if (p.conflicts(make_view(d))) {
-    EXPECT_FALSE(solvable(d, rel)) << "conflicts with a support: " << context << " " << show(d);
-  }
-  return out;
-}
-
-// A fixed case: a clone of p on d gives `result` and leaves `after` (not looked
-// at for UNSAT).
-inline void expect_propagation(const constraint_propagator& p, const domain_list& d,
-                               result_type result, const domain_list& after = {}) {
-  constraint_explicit_info view = make_view(d);
-  EXPECT_EQ(p.clone()->propagate(view), result) << printed(p) << " on " << show(d);
-  if (result != propagation_types::UNSAT) {
-    EXPECT_EQ(view.domains(), after) << printed(p) << " on " << show(d);
-  }
-}
-
-// constraint_check on every assignment of d agrees with the relation.
-inline void check_constraint_check(const constraint_propagator& p, const domain_list& d,
-                                   const relation& rel, const std::string& context) {
-  constraint_explicit_info view(unsigned(d.size()));
-  for_each_assignment(d, [&](const assignment& v) {
-    for (std::size_t i = 0; i < v.size(); ++i) view.domains()[i] = iset::singleton(v[i]);
-    const bool expected = rel(v);
-    EXPECT_EQ(p.constraint_check(view), expected) << context << " at " << show(v);
-    return p.constraint_check(view) == expected;
-  });
 }
 
 //==== explanations ============================================================
 
 // One explanation of the reduction of `param` from d[param] to `after` (empty:
-// the failure) against the contract: one set per parameter; the others miss
-// their old domains; the pivot misses the removed values asked about; the
-// relation implies the clause "some parameter i takes a value in
-// explanation[i]", that is, no assignment outside all of its sets satisfies the
-// relation. Returns true if the implication was decided: the space outside is
-// not larger than `limit`.
+// the failure): one set per parameter; the others miss their old domains; the
+// pivot misses the removed values asked about; no assignment outside all of its
+// sets satisfies the relation. Returns true if that was decided: the space
+// outside is not larger than `limit`.
 inline bool check_explanation(const domain_list& d, unsigned param, const iset& literal,
                               const iset& after, const domain_list& explanation,
                               const relation& rel, const std::string& context,
                               double limit = 1 << 20) {
-  const std::string where =
-      context + " explaining P" + std::to_string(param) + (after.empty() ? " (failure)" : "") +
-      " on " + show(d) + " gives " + show(explanation);
+  const std::string where = context + " explaining P" + std::to_string(param) +
+                            (after.empty() ? " (failure)" : "") + " on " + show(d) + " gives " +
+                            show(explanation);
   EXPECT_EQ(explanation.size(), d.size()) << where;
   if (explanation.size() != d.size()) return false;
-  iset asked;
-  if (!after.empty()) {
-    const iset removed = d[param] - after;
-    asked = removed & literal;
-    if (asked.empty()) asked = removed;
-  }
+  const iset removed = d[param] - after, asked = (removed & literal).empty() ? removed : removed & literal;
   for (unsigned i = 0; i < d.size(); ++i) {
-    if (!after.empty() && i == param) {
-      EXPECT_TRUE(explanation[i].disjoint(asked)) << "covers a removed value: " << where;
-    } else {
-      EXPECT_TRUE(explanation[i].disjoint(d[i]))
-          << "meets the old domain of P" << i << ": " << where;
-    }
+    const bool pivot = !after.empty() && i == param;
+    EXPECT_TRUE(explanation[i].disjoint(pivot ? asked : d[i]))
+        << (pivot ? "covers a removed value" : "meets the old domain") << " of P" << i << ": " << where;
   }
   domain_list outside(d.size());
   double space = 1;
@@ -393,38 +316,9 @@ inline bool check_explanation(const domain_list& d, unsigned param, const iset& 
   return true;
 }
 
-// Asks p for the explanation of its failure, or of each reduction in `out`,
-// with the full literal and, when gen is given, also with a random literal.
-// Returns the number of explanations whose implication was decided (within
-// `limit` assignments each).
-inline int check_explanations(const constraint_propagator& p, const domain_list& d,
-                              const outcome& out, const relation& rel, const std::string& context,
-                              std::mt19937* gen = nullptr, double limit = 1 << 20) {
-  std::vector<std::pair<unsigned, iset>> asked;
-  if (out.result == propagation_types::UNSAT) {
-    asked.emplace_back(0, iset());
-  } else {
-    for (unsigned i = 0; i < d.size(); ++i)
-      if (out.after[i] != d[i]) asked.emplace_back(i, out.after[i]);
-  }
-  int checked = 0;
-  const constraint_explicit_info view = make_view(d);
-  for (const auto& [param, after] : asked) {
-    std::vector<iset> literals{iset::full()};
-    if (gen) literals.push_back(iset::from_bits(std::uint32_t((*gen)())));
-    for (const iset& literal : literals) {
-      constraint_propagator::literal_vector explanation;
-      p.explain_propagation(param, literal, after, view, explanation);
-      checked += check_explanation(d, param, literal, after, explanation, rel, context, limit);
-    }
-  }
-  return checked;
-}
-
 //==== everything on one instance ==============================================
 
-// Which of the checks check_instance runs, and how often.
-struct checks {
+struct checks {  // which checks check_instance runs, and how often
   pruning_kind kind = DOMAIN_CONSISTENT;
   bool exact_conflicts = true;   // conflicts() exactly when there is no support
   int explain_every = 1;         // explanations every so many rounds (0: never)
@@ -434,38 +328,56 @@ struct checks {
   bool run_init = false;
 };
 
-// Propagation, conflicts, explanations and constraint_check of p on d, as `c`
-// asks; adds the explanations decided to `explained`.
+// A clone of p (init first when asked) propagates on d; conflicts only without
+// support; the failure or each reduction explained; constraint_check agrees with
+// the relation; as `c` asks. Adds the explanations decided to `explained`.
 inline outcome check_instance(const constraint_propagator& p, const domain_list& d,
                               const relation& rel, int round, const std::string& context,
                               const checks& c, std::mt19937& gen, int& explained) {
-  const outcome out = check_propagation(p, d, rel, c.kind, context, c.run_init);
-  if (c.exact_conflicts) {
-    EXPECT_EQ(p.conflicts(make_view(d)), !solvable(d, rel)) << context << " " << show(d);
+  std::unique_ptr<constraint_propagator> copy = p.clone();
+  constraint_explicit_info view = make_view(d);
+  result_type result = propagation_types::UNSAT;
+  if (!c.run_init || copy->init(view) != propagation_types::UNSAT) result = copy->propagate(view);
+  const outcome out{result, view.domains()};
+  check_outcome(d, out, rel, c.kind, context);
+  const bool conflicts = p.conflicts(make_view(d)), supported = solvable(d, rel);
+  EXPECT_FALSE(conflicts && supported) << "conflicts with a support: " << context << " " << show(d);
+  if (c.exact_conflicts) { EXPECT_EQ(conflicts, !supported) << context << " " << show(d); }
+  if (c.explain_every && round % c.explain_every == 0) {
+    const constraint_explicit_info before = make_view(d);
+    for (unsigned i = 0; i < d.size(); ++i) {
+      if (result == propagation_types::UNSAT ? i > 0 : out.after[i] == d[i]) continue;
+      const iset after = result == propagation_types::UNSAT ? iset() : out.after[i];
+      std::vector<iset> literals{iset::full()};
+      if (c.random_literals) literals.push_back(iset::from_bits(std::uint32_t(gen())));
+      for (const iset& literal : literals) {
+        constraint_propagator::literal_vector explanation;
+        p.explain_propagation(i, literal, after, before, explanation);
+        explained += check_explanation(d, i, literal, after, explanation, rel, context, c.limit);
+      }
+    }
   }
-  if (c.explain_every && round % c.explain_every == 0)
-    explained += check_explanations(p, d, out, rel, context, c.random_literals ? &gen : nullptr,
-                                    c.limit);
-  if (c.check_every && round % c.check_every == 0) check_constraint_check(p, d, rel, context);
+  if (c.check_every && round % c.check_every == 0) {
+    constraint_explicit_info single(unsigned(d.size()));
+    for_each_assignment(d, [&](const assignment& v) {
+      for (std::size_t i = 0; i < v.size(); ++i) single.domains()[i] = iset::singleton(v[i]);
+      EXPECT_EQ(p.constraint_check(single), rel(v)) << context << " at " << show(v);
+      return p.constraint_check(single) == rel(v);
+    });
+  }
   return out;
 }
 
 //==== combination =============================================================
 
 // The outcome of left.combine(right) on the given domains.
-struct combination {
-  std::unique_ptr<constraint_propagator> result;
-  std::vector<unsigned> out;
-};
+struct combination { std::unique_ptr<constraint_propagator> result; std::vector<unsigned> out; };
 
 inline combination run_combine(const constraint_propagator& left, const domain_list& left_domains,
-                               const constraint_propagator& right,
-                               const domain_list& right_domains, const std::vector<unsigned>& map,
-                               unsigned pivot) {
-  const constraint_explicit_info left_view = make_view(left_domains);
-  const constraint_explicit_info right_view = make_view(right_domains);
+                               const constraint_propagator& right, const domain_list& right_domains,
+                               const std::vector<unsigned>& map, unsigned pivot) {
   combination c;
-  c.result = left.combine(left_view, right, right_view, map, pivot, c.out);
+  c.result = left.combine(make_view(left_domains), right, make_view(right_domains), map, pivot, c.out);
   return c;
 }
 
@@ -473,53 +385,39 @@ inline combination run_combine(const constraint_propagator& left, const domain_l
 inline combination expect_combination(combination c, const std::string& text,
                                       const std::vector<unsigned>& out = {}) {
   EXPECT_EQ(c.result ? printed(*c.result) : "", text);
-  if (c.result) {
-    EXPECT_EQ(c.out, out) << text;
-  }
+  if (c.result) { EXPECT_EQ(c.out, out) << text; }
   return c;
 }
 
 // A non-null result of left.combine(right, map, pivot) is implied by the two
-// inputs (checked over `universe`, or a universe fit for the number of
-// variables), names every variable once, and (unless allowed) no longer names
-// the pivot's variable. Variables in left-then-right numbering: left parameter i
-// is i, right parameter j is map[j].
+// inputs (over `universe`, or one fit for the number of variables), names every
+// variable once, and (unless allowed) no longer names the pivot's variable.
+// Variables in left-then-right numbering: left parameter i is i, right j is map[j].
 inline void check_combination(const constraint_propagator& left, unsigned left_arity,
                               const constraint_propagator& right, unsigned right_arity,
                               const std::vector<unsigned>& map, unsigned pivot,
                               const combination& c, const std::string& context,
                               bool pivot_may_stay = false, iset universe = iset()) {
   if (!c.result) return;
-  const std::string where = context + " gives " + printed(*c.result) + " on " +
-                            show(c.out);
+  const std::string where = context + " gives " + printed(*c.result) + " on " + show(c.out);
   const unsigned count = c.result->count_params();
-  if (int(count) >= 0) {
-    EXPECT_EQ(count, c.out.size()) << where;
-  }
+  EXPECT_TRUE(int(count) < 0 || count == c.out.size()) << count << " parameters: " << where;
   std::vector<unsigned> vars(c.out.begin(), c.out.end());
   std::sort(vars.begin(), vars.end());
-  EXPECT_TRUE(std::adjacent_find(vars.begin(), vars.end()) == vars.end())
-      << "a variable twice: " << where;
-  for (unsigned v : c.out) {
-    const bool known = v < left_arity || std::find(map.begin(), map.end(), v) != map.end();
-    EXPECT_TRUE(known) << "unknown variable " << v << ": " << where;
-  }
-  if (!pivot_may_stay) {
-    EXPECT_TRUE(std::find(c.out.begin(), c.out.end(), map[pivot]) == c.out.end())
-        << "the pivot stays: " << where;
-  }
-  // Enumerates every variable over `universe`, or over a universe small enough
-  // for their number.
-  for (unsigned i = 0; i < left_arity; ++i) vars.push_back(i);
+  EXPECT_TRUE(std::adjacent_find(vars.begin(), vars.end()) == vars.end()) << "a variable twice: " << where;
+  for (unsigned v : c.out)
+    EXPECT_TRUE(v < left_arity || std::find(map.begin(), map.end(), v) != map.end())
+        << "unknown variable " << v << ": " << where;
+  EXPECT_TRUE(pivot_may_stay || std::find(c.out.begin(), c.out.end(), map[pivot]) == c.out.end())
+      << "the pivot stays: " << where;
+  std::vector<unsigned> left_vars(left_arity);
+  for (unsigned i = 0; i < left_arity; ++i) vars.push_back(left_vars[i] = i);
   vars.insert(vars.end(), map.begin(), map.end());
   std::sort(vars.begin(), vars.end());
   vars.erase(std::unique(vars.begin(), vars.end()), vars.end());
   const std::size_t n = vars.size();
   if (universe.empty())
     universe = iset::clipped_range(0, n <= 3 ? 31 : n == 4 ? 11 : n == 5 ? 6 : n == 6 ? 4 : 3);
-  // Each side's parameters as positions in the enumerated assignment.
-  std::vector<unsigned> left_vars(left_arity);
-  for (unsigned i = 0; i < left_arity; ++i) left_vars[i] = i;
   const auto positions = [&](const std::vector<unsigned>& side) {
     std::vector<std::size_t> at;
     for (unsigned v : side) at.push_back(std::lower_bound(vars.begin(), vars.end(), v) - vars.begin());
@@ -528,16 +426,14 @@ inline void check_combination(const constraint_propagator& left, unsigned left_a
   const std::vector<std::size_t> at[3] = {positions(left_vars), positions(map), positions(c.out)};
   const relation rel[3] = {relation_of(left, left_arity), relation_of(right, right_arity),
                            relation_of(*c.result, unsigned(c.out.size()))};
-  assignment values;
   const auto holds = [&](int side, const assignment& a) {
-    values.clear();
+    assignment values;
     for (std::size_t k : at[side]) values.push_back(a[k]);
     return rel[side](values);
   };
   for_each_assignment(domain_list(n, universe), [&](const assignment& a) {
     if (!holds(0, a) || !holds(1, a) || holds(2, a)) return true;
-    ADD_FAILURE() << "not implied at " << show(a) << " of "
-                  << show(vars) << ": " << where;
+    ADD_FAILURE() << "not implied at " << show(a) << " of " << show(vars) << ": " << where;
     return false;
   });
 }
