@@ -93,7 +93,8 @@ TEST(proof_checker_visitor, explanations_come_from_the_collector) {
   // visit, it is compared with the collector's clause.
   const clause_data y_at_least_2 = make({{Y, at_least(2)}});
   checker.visit_resolution(Y, -2, make({{Z, at_least(5)}, {Y, at_most(2)}, {X, at_least(5)}}), 4,
-                           y_at_least_2, -20, make({{X, at_least(5)}, {Z, at_least(5)}, {Y, S({2})}}));
+                           y_at_least_2, -20,
+                           make({{X, at_least(5)}, {Z, at_least(5)}, {Y, S({2})}}));
   EXPECT_EQ(os.str(), "clause[-2] has different literals than passed by the proof algorithm\n");
   // A visited explanation is the collector's clause, whatever was passed before.
   os.str("");

@@ -163,7 +163,8 @@ TEST(proof_collector, resolvents) {
     return text(r);
   };
   // Other literals in normal form, pivot last; pivot sets that do not meet leave nothing.
-  EXPECT_EQ(resolve(make({{X, at_most(2)}, {Y, at_most(3)}}), make({{X, at_least(2)}, {Z, S({0})}})),
+  EXPECT_EQ(resolve(make({{X, at_most(2)}, {Y, at_most(3)}}),
+                    make({{X, at_least(2)}, {Z, S({0})}})),
             text(make({{Y, at_most(3)}, {Z, S({0})}, {X, S({2})}})));
   EXPECT_EQ(resolve(make({{X, S({1})}, {Y, S({5})}}), make({{X, S({2})}})), "[y=5]");
   // Pivot on one side only: nothing of the pivot survives either.

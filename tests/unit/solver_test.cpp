@@ -124,7 +124,8 @@ TEST(solver, propagation_reaches_the_arc_consistent_fixpoint_of_a_chain) {
   // x0 < x1 < x2 < x3 over 0..5: bounds filtering to a fixpoint leaves i..i+2.
   solver s;
   for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 5));
-  for (unsigned int i = 0; i + 1 < 4; ++i) s.add_constraint(std::make_unique<difference_ge_propagator>(1)) << i + 1 << i;
+  for (unsigned int i = 0; i + 1 < 4; ++i)
+    s.add_constraint(std::make_unique<difference_ge_propagator>(1)) << i + 1 << i;
   ASSERT_TRUE(solver_test_access::start(s));
   for (unsigned int i = 0; i < 4; ++i)
     EXPECT_EQ(s.stack().domain(i), iset::clipped_range(i, i + 2)) << i;
@@ -157,7 +158,8 @@ TEST(solver, value_watches_wake_only_when_the_watched_value_goes) {
 static void pigeons(solver& s, unsigned int n) {
   for (unsigned int i = 0; i < n; ++i) s.add_var(iset::clipped_range(0, int(n) - 2));
   for (unsigned int i = 0; i < n; ++i)
-    for (unsigned int j = i + 1; j < n; ++j) s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
+    for (unsigned int j = i + 1; j < n; ++j)
+      s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
 }
 
 TEST(solver, backtrack_limit_zero_stops_at_the_first_conflict) {
