@@ -1,6 +1,6 @@
 // The search loop and propagation scheduling: enumeration against brute force on
-// the shared random models, fixpoints, value watches, the event heap, limits,
-// restarts, value saving, and no allocation in a steady search.
+// the shared random models, fixpoints, value watches, limits, restarts, value
+// saving, and no allocation in a steady search.
 #include "impl/solver.h"
 
 #include <gtest/gtest.h>
@@ -10,19 +10,16 @@
 #include "unit/random_model.h"
 #include "unit/test_support.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <functional>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 #include "impl/clause_propagator.h"
-#include "impl/small_iset.h"
 
 // Counts calls of the system allocator while `g_counting` is set.
 namespace {
@@ -38,11 +35,7 @@ unsigned long g_allocations = 0;
 }
 [[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
 [[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-  if (g_counting) ++g_allocations;
-  if (void* p = std::malloc(size ? size : 1)) return p;
-  throw std::bad_alloc();
-}
+[[gnu::noinline]] void* operator new[](std::size_t size) { return ::operator new(size); }
 [[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
 [[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
@@ -53,7 +46,7 @@ namespace {
 using iset = small_model::iset;
 
 // Watches one value of its only parameter and counts its activations.
-class value_probe : public constraint_propagator {
+class value_probe : public test_support::opaque_probe {
  public:
   value_probe(int value, int* activations) : m_value(value), m_activations(activations) {}
   result_type init(constraint_runtime_info& info) override {
@@ -64,8 +57,6 @@ class value_probe : public constraint_propagator {
     ++*m_activations;
     return CONSISTENT;
   }
-  bool conflicts(const constraint_runtime_info&) const override { return false; }
-  bool constraint_check(const constraint_runtime_info&) const override { return true; }
   std::unique_ptr<constraint_propagator> clone() const override {
     return std::make_unique<value_probe>(*this);
   }
@@ -92,45 +83,22 @@ class recording_solver : public solver {
 
 }  // namespace
 
-TEST(solver, no_variables_is_sat_without_decisions) {
-  solver s;
+TEST(solver, trivial_models_are_answered_without_decisions) {
+  solver none, empty;
+  empty.add_var(iset::clipped_range(0, 3));
+  empty.add_var(iset());
   std::ostringstream out;
-  EXPECT_EQ(s.solve(&out), solver::SAT);
-  EXPECT_EQ(s.assignments(), 0u);
-}
-
-TEST(solver, empty_domain_is_unsat_without_search) {
+  EXPECT_EQ(none.solve(&out), solver::SAT);
+  EXPECT_EQ(empty.solve(&out), solver::UNSAT);
+  EXPECT_EQ(empty.assignments(), 0u);
+  // Unconstrained variables take their minima.
   solver s;
-  s.add_var(iset::clipped_range(0, 3));
-  s.add_var(iset());
-  std::ostringstream out;
-  EXPECT_EQ(s.solve(&out), solver::UNSAT);
-  EXPECT_EQ(s.assignments(), 0u);
-}
-
-TEST(solver, unconstrained_variables_take_their_minima_with_the_solution_lines) {
-  solver s;
-  s.add_var(iset(std::string("3:5")), "x");
-  s.add_var(iset(std::string("1,7")), "y");
+  s.add_var(iset(std::string("3:5")));
+  s.add_var(iset(std::string("1,7")));
   s.add_var(iset::singleton(9));
-  std::ostringstream out;
   ASSERT_EQ(s.solve(&out), solver::SAT);
-  s.print_solution(out);
-  EXPECT_EQ(out.str(), "c x=3, y=1, V2=9, \nv 3 1 9 \n");
-  EXPECT_EQ(s.assignments(), 2u);
-}
-
-TEST(solver, enumeration_counts_the_product_of_the_domain_sizes) {
-  recording_solver s;
-  s.add_var(iset(std::string("0:2")));
-  s.add_var(iset(std::string("4,9")));
-  s.add_var(iset(std::string("1:4")));
-  s.all_solutions = true;
-  std::ostringstream out;
-  EXPECT_EQ(s.solve(&out), solver::SAT_DONE);
-  EXPECT_EQ(s.solutions.size(), 3u * 2u * 4u);
-  // One exclusion clause per solution, besides what conflicts taught.
-  EXPECT_GE(s.num_constraints(), 24u);
+  for (unsigned int v = 0; v < 3; ++v)
+    EXPECT_EQ(s.stack().domain(v), iset::singleton(std::vector<int>{3, 1, 9}[v])) << v;
 }
 
 TEST(solver, enumeration_matches_brute_force_on_random_models) {
@@ -146,11 +114,7 @@ TEST(solver, enumeration_matches_brute_force_on_random_models) {
       std::ostringstream out;
       solver::result_type r = solver::SAT;
       ASSERT_NO_THROW(r = s.solve(&out)) << "seed " << seed << " restart " << restart;
-      if (expected.empty()) {
-        EXPECT_EQ(r, solver::UNSAT) << "seed " << seed;
-      } else {
-        EXPECT_EQ(r, solver::SAT_DONE) << "seed " << seed;
-      }
+      EXPECT_EQ(r, expected.empty() ? solver::UNSAT : solver::SAT_DONE) << "seed " << seed;
       EXPECT_EQ(s.solutions, expected) << "seed " << seed << " restart " << restart;
     }
   }
@@ -160,7 +124,8 @@ TEST(solver, propagation_reaches_the_arc_consistent_fixpoint_of_a_chain) {
   // x0 < x1 < x2 < x3 over 0..5: bounds filtering to a fixpoint leaves i..i+2.
   solver s;
   for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 5));
-  for (unsigned int i = 0; i + 1 < 4; ++i) s.add_constraint(std::make_unique<difference_ge_propagator>(1)) << i + 1 << i;
+  for (unsigned int i = 0; i + 1 < 4; ++i)
+    s.add_constraint(std::make_unique<difference_ge_propagator>(1)) << i + 1 << i;
   ASSERT_TRUE(solver_test_access::start(s));
   for (unsigned int i = 0; i < 4; ++i)
     EXPECT_EQ(s.stack().domain(i), iset::clipped_range(i, i + 2)) << i;
@@ -171,65 +136,36 @@ TEST(solver, propagation_reaches_the_arc_consistent_fixpoint_of_a_chain) {
 }
 
 TEST(solver, value_watches_wake_only_when_the_watched_value_goes) {
-  solver s;
-  s.add_var(iset::clipped_range(0, 7));
-  int activations = 0;
-  s.add_constraint(std::make_unique<value_probe>(5, &activations)) << 0u;
-  ASSERT_TRUE(solver_test_access::start(s));
-  const int after_start = activations;  // the first propagation runs it once
-  solver_test_access::narrow(s, 0, iset(std::string("2:7")));
-  ASSERT_TRUE(solver_test_access::propagate(s));
-  EXPECT_EQ(activations, after_start);
-  solver_test_access::narrow(s, 0, iset(std::string("2:4,6:7")));
-  ASSERT_TRUE(solver_test_access::propagate(s));
-  EXPECT_EQ(activations, after_start + 1);
-  // Several changes before the event comes off the heap: one event, which still
-  // sees the watched value lost since the first of them.
-  solver s2;
-  s2.add_var(iset::clipped_range(0, 7));
-  int count2 = 0;
-  s2.add_constraint(std::make_unique<value_probe>(3, &count2)) << 0u;
-  ASSERT_TRUE(solver_test_access::start(s2));
-  const int start2 = count2;
-  solver_test_access::narrow(s2, 0, iset(std::string("0:2,4:7")));
-  solver_test_access::narrow(s2, 0, iset(std::string("0:2,4:6")));
-  solver_test_access::narrow(s2, 0, iset(std::string("0,4:6")));
-  ASSERT_TRUE(solver_test_access::propagate(s2));
-  EXPECT_EQ(count2, start2 + 1);
+  // Each narrowing list is propagated at once: several changes before the event
+  // comes off the heap make one event, which still sees the value lost since the first.
+  const auto activations = [](int value, std::initializer_list<const char*> narrowings) {
+    solver s;
+    s.add_var(iset::clipped_range(0, 7));
+    int count = 0;
+    s.add_constraint(std::make_unique<value_probe>(value, &count)) << 0u;
+    EXPECT_TRUE(solver_test_access::start(s));
+    count = 0;  // the first propagation runs it once
+    for (const char* n : narrowings) solver_test_access::narrow(s, 0, iset(std::string(n)));
+    EXPECT_TRUE(solver_test_access::propagate(s));
+    return count;
+  };
+  EXPECT_EQ(activations(5, {"2:7"}), 0);
+  EXPECT_EQ(activations(5, {"2:4,6:7"}), 1);
+  EXPECT_EQ(activations(3, {"0:2,4:7", "0:2,4:6", "0,4:6"}), 1);
 }
 
-TEST(solver, event_heap_puts_collapsed_domains_first) {
-  assignment_stack stack;
-  for (int i = 0; i < 3; ++i) stack.add_var(iset::clipped_range(0, 9), nullptr, false);
-  stack.set_var_domain(0, iset::clipped_range(0, 8), 2, -1);  // lost 1 of 10
-  stack.set_var_domain(1, iset::singleton(4), 3, -1);         // collapsed
-  stack.set_var_domain(2, iset::clipped_range(0, 4), 4, -1);  // lost half
-  const solver::variable_event::comparator cmp(stack);
-  const solver::variable_event e0{0, 10, 0}, e1{1, 10, 1}, e2{2, 10, 2};
-  // cmp(a, b): b comes off before a.
-  EXPECT_TRUE(cmp(e0, e1));
-  EXPECT_TRUE(cmp(e2, e1));
-  EXPECT_TRUE(cmp(e0, e2));
-  EXPECT_FALSE(cmp(e1, e0));
-  solver::event_heap_type heap{cmp};
-  heap.push(e0);
-  heap.push(e2);
-  heap.push(e1);
-  EXPECT_EQ(heap.top().variable, 1u);
-  heap.pop();
-  EXPECT_EQ(heap.top().variable, 2u);
+// Pigeons, pairwise different over one value fewer: unsatisfiable, found only by search.
+static void pigeons(solver& s, unsigned int n) {
+  for (unsigned int i = 0; i < n; ++i) s.add_var(iset::clipped_range(0, int(n) - 2));
+  for (unsigned int i = 0; i < n; ++i)
+    for (unsigned int j = i + 1; j < n; ++j)
+      s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
 }
 
 TEST(solver, backtrack_limit_zero_stops_at_the_first_conflict) {
-  // Four pairwise different variables over three values: unsatisfiable, found only by search.
-  const auto build = [](solver& s) {
-    for (int i = 0; i < 4; ++i) s.add_var(iset::clipped_range(0, 2));
-    for (unsigned int i = 0; i < 4; ++i)
-      for (unsigned int j = i + 1; j < 4; ++j) s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
-  };
   solver s, t;
-  build(s);
-  build(t);
+  pigeons(s, 4);
+  pigeons(t, 4);
   s.backtrack_limit = 0;
   std::ostringstream out;
   EXPECT_EQ(s.solve(&out), solver::BACKTRACK_LIMIT);
@@ -238,23 +174,14 @@ TEST(solver, backtrack_limit_zero_stops_at_the_first_conflict) {
 }
 
 TEST(solver, restarts_follow_the_schedule_and_keep_the_answer) {
-  // Pigeonhole 5 into 4 with != only: many backtracks, so restarts happen.
-  recording_solver s;
-  const unsigned int n = 5;
-  for (unsigned int i = 0; i < n; ++i) s.add_var(iset::clipped_range(0, 3));
-  for (unsigned int i = 0; i < n; ++i)
-    for (unsigned int j = i + 1; j < n; ++j) s.add_constraint(std::make_unique<neq_propagator>()) << i << j;
-  s.restart_threshold = 2;
-  std::ostringstream out;
-  EXPECT_EQ(s.solve(&out), solver::UNSAT);
-  EXPECT_GT(s.restarts(), 0u);
-  recording_solver t;
-  for (unsigned int i = 0; i < n; ++i) t.add_var(iset::clipped_range(0, 3));
-  for (unsigned int i = 0; i < n; ++i)
-    for (unsigned int j = i + 1; j < n; ++j) t.add_constraint(std::make_unique<neq_propagator>()) << i << j;
-  t.restart_threshold = 0;
-  EXPECT_EQ(t.solve(&out), solver::UNSAT);
-  EXPECT_EQ(t.restarts(), 0u);
+  for (unsigned int threshold : {2u, 0u}) {
+    solver s;
+    pigeons(s, 5);
+    s.restart_threshold = threshold;
+    std::ostringstream out;
+    EXPECT_EQ(s.solve(&out), solver::UNSAT);
+    EXPECT_EQ(s.restarts() > 0, threshold > 0) << threshold;
+  }
 }
 
 TEST(solver, decisions_reuse_saved_values_by_thirds) {
@@ -264,9 +191,7 @@ TEST(solver, decisions_reuse_saved_values_by_thirds) {
   for (auto [saved, text, expected] :
        {std::tuple<int, const char*, int>{10, "0,30", 0}, {10, "1,30", 1}, {25, "1,30", 30}}) {
     solver s;
-    iset initial{std::string(text)};
-    initial.insert(saved);
-    s.add_var(initial);
+    s.add_var(iset(std::string(text)) | iset::singleton(saved));
     s.add_var(iset::clipped_range(0, 1));
     ASSERT_TRUE(solver_test_access::start(s));
     solver_test_access::decide(s, 1);

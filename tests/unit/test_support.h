@@ -8,8 +8,13 @@
 #include <sstream>
 #include <string>
 
+#include <vector>
+
 #include "impl/clause_data.h"
+#include "impl/clause_propagator.h"
 #include "impl/constraint_propagator.h"
+#include "impl/explanation_generators.h"
+#include "impl/proof_collector.h"
 #include "impl/solver.h"
 
 namespace zelk {
@@ -75,6 +80,76 @@ class opaque_probe : public constraint_propagator {
   std::unique_ptr<constraint_propagator> clone() const override {
     return std::make_unique<opaque_probe>(*this);
   }
+};
+
+
+// An explanation in compact form: a fixed vector of sets.
+class fixed_rule : public explanation_rule {
+ public:
+  explicit fixed_rule(std::vector<iset> sets) : m_sets(std::move(sets)) {}
+  std::unique_ptr<explanation_rule> clone() const override {
+    return std::make_unique<fixed_rule>(*this);
+  }
+  void get_explanation(std::vector<iset>& explanation) const override { explanation = m_sets; }
+  void print(std::ostream& os, const variable_print_strategy& strategy,
+             const std::vector<unsigned int>& variables) const override {
+    os << "fixed(";
+    for (std::size_t i = 0; i < variables.size(); ++i) {
+      if (i) os << ",";
+      strategy.print(os, variables[i]);
+    }
+    os << ")";
+  }
+
+ private:
+  std::vector<iset> m_sets;
+};
+
+// x, y, w in 0..3, z in 0..1 and four model constraints:
+//   0: clause [w<=2, y>=2]        1: clause [x>=2, y>=2, w=3]
+//   2: opaque over (z, y, w, x)   3: opaque over (w, x, y)
+// The refutation learns 4 = [y>=2] from 1, the explanation of 3 and 0, then
+// 5 = [x>=5, z>=5] from the rule of 2 and 4; the initial domains of z and x end it.
+// The arguments of `record` are where a test corrupts the record.
+struct refutation_model {
+  static constexpr unsigned int X = 0, Y = 1, Z = 2, W = 3;
+
+  refutation_model() {
+    s.add_var(at_most(3), "x");
+    s.add_var(at_most(3), "y");
+    s.add_var(at_most(1), "z");
+    s.add_var(at_most(3), "w");
+    add_clause({at_most(2), at_least(2)}, {W, Y});
+    add_clause({at_least(2), at_least(2), S({3})}, {X, Y, W});
+    s.add_constraint(std::make_unique<opaque_probe>()) << Z << Y << W << X;
+    s.add_constraint(std::make_unique<opaque_probe>()) << W << X << Y;
+    s.produce_proof(true);
+    collector = &dynamic_cast<proof_collector&>(s.proof_collector());
+  }
+
+  void add_clause(std::initializer_list<iset> literals, std::initializer_list<unsigned> vars) {
+    constraint_connectivity_info& info =
+        s.add_constraint(std::make_unique<clause_propagator>(literals));
+    for (unsigned int v : vars) info << v;
+  }
+
+  void record(unsigned int pivot_of_first = X, iset z_literal = at_least(5),
+              iset stored_first = at_least(2)) {
+    collector->record_conflict(1, s.clause_literals(1), nullptr);
+    collector->record_resolution(3, {iset(), at_most(1), at_least(2)}, int(pivot_of_first),
+                                 nullptr);
+    collector->record_resolution(0, s.clause_literals(0), int(W), nullptr);
+    collector->name_conflict_clause(4);
+    add_clause({stored_first}, {Y});
+    collector->record_conflict(2, {}, std::make_unique<fixed_rule>(std::vector<iset>{
+                                          z_literal, at_most(1), iset(), at_least(5)}));
+    collector->record_resolution(4, {at_least(2)}, int(Y), nullptr);
+    collector->name_conflict_clause(5);
+    add_clause({at_least(5), z_literal}, {X, Z});
+  }
+
+  solver s;
+  proof_collector* collector = nullptr;
 };
 
 }  // namespace test_support
