@@ -72,6 +72,10 @@ TEST(proof_collector, erased_learned_constraints_replay_from_saved_clauses) {
   m.collector->get_constraint_variables(4, c);
   ASSERT_EQ(c.size(), 1u);
   EXPECT_EQ(c[0].variable, Y);
+  // The sorted lookup finds the first copy, and nothing for a number never saved.
+  EXPECT_EQ(m.collector->find_saved_clause(4)->second[0].set, at_least(2));
+  EXPECT_EQ(m.collector->find_saved_clause(3), m.collector->saved_clauses_end());
+  EXPECT_EQ(m.collector->find_saved_clause(6), m.collector->saved_clauses_end());
 }
 
 class counting_visitor : public proof_visitor {
