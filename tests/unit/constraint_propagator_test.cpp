@@ -47,23 +47,5 @@ TEST(constraint_propagator, defaults_watch_what_is_not_fixed_and_explain_trivial
   EXPECT_EQ(explanation, (std::vector<iset>{iset("2,4:31"), iset()}));
 }
 
-TEST(constraint_propagator, combine_other_first_renumbers_both_ways) {
-  // Left has 3 parameters, right 2; right parameter 0 is left parameter 2 (the
-  // pivot, shared by both), right parameter 1 is new (1 + 3 = 4 in the map).
-  constraint_explicit_info left_info(3), right_info(2);
-  plain left;
-  echo right;
-  // The right side answers in its own numbering: 0 (its own 0), 3 (left's 1), 1.
-  right.answer = {0, 3, 1};
-  std::vector<unsigned int> out;
-  const std::vector<unsigned int> map{2, 4};
-  ASSERT_NE(left.combine_other_first(left_info, right, right_info, map, 0, out), nullptr);
-  // The inverse map: left 0 and 1 are new to the right side (2 + i), left 2 is right 0.
-  EXPECT_EQ(right.seen_map, (std::vector<unsigned int>{2, 3, 0}));
-  EXPECT_EQ(right.seen_pivot, 2u);
-  // Back in left-then-right numbering: right 0 is left 2, 3 is left 1, right 1 is 4.
-  EXPECT_EQ(out, (std::vector<unsigned int>{2, 1, 4}));
-}
-
 }  // namespace
 }  // namespace zelk
