@@ -84,7 +84,7 @@ TEST(comparison_propagators, difference_combination_edges) {
 
 TEST(comparison_propagators, new_propagator_by_literal_count) {
   // Literals first, then the base; with literals, the disjoint class (combining like a difference
-  // for the difference), and the specification keeps its base, which a bare base takes over.
+  // for the difference), and the form keeps its base, which a bare base takes over.
   const difference_ge_propagator difference(4);
   const equal_propagator equal;
   const std::tuple<const constraint_propagator*, unsigned, std::string> cases[] = {

@@ -48,7 +48,7 @@ TEST(disjunction, disjoint_propagation_edges) {
 
 //==== the literal algebra =====================================================
 
-// The form a specification declares: literals (count, start, variables, sets)
+// The form a disjunction declares: literals (count, start, variables, sets)
 // and base constraint (parameter count, variables, text).
 std::string shape(const disjunction_specification& s) {
   std::ostringstream os;
