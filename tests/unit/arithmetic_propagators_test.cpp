@@ -96,10 +96,9 @@ TEST(arithmetic_propagators, linear_combination_edges) {
   expect_combine(lin(INT_MAX, {INT_MAX, 1}), 2, lin(INT_MAX, {-INT_MAX, 1}), 2, {0, 2}, 0, "");
   long long constant = LLONG_MAX;
   std::vector<long long> positional;
-  const constraint_explicit_info view = make_view(sets("0:9 0:9 0:9"));
-  const difference_ge_propagator two(2);  // the specification only points at it
-  EXPECT_FALSE(lin::accumulate_coefficients(positional, constant,
-                                            disjunction_specification(view, two, {4, 7}), 1));
+  const constraint_explicit_info view = make_view(sets("0:9 0:9 0:9"));  // the specification
+  const difference_ge_propagator two(2);                                 // points at both
+  EXPECT_FALSE(lin::accumulate_coefficients(positional, constant, disjunction_specification(view, two, {4, 7}), 1));
   // A difference doesn't take a sum on the right, a sum takes a difference.
   EXPECT_TRUE(!zero.may_combine(x_above_y) && x_above_y.may_combine(zero));
   EXPECT_FALSE(x_above_y.may_combine(clause_propagator{iset("1")}) || x_above_y.may_combine(equal_propagator()));
