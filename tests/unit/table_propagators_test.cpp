@@ -164,16 +164,6 @@ TEST(table_pool, equal_tables_share_nodes_and_a_collection_spares_the_survivor) 
   expect_propagates_like_brute_force(other, tuples, g, "assigned");
 }
 
-TEST(table_pool, equal_columns_share_their_sub_diagrams) {
-  memory_manager memory;
-  // Columns 1 and 2 are equal: the levels below column 0 coincide.
-  support_table_propagator a(memory, {{0, 1, 1}, {0, 2, 2}, {1, 1, 1}});
-  const std::size_t nodes = memory.node_count();
-  support_table_propagator b(memory, {{0, 1, 1}, {0, 2, 2}, {1, 1, 1}, {1, 2, 2}});
-  // Only the roots and the new prefixes are new; all leaves are shared.
-  EXPECT_LT(memory.node_count(), 2 * nodes);
-}
-
 TEST(table_pool, a_bad_value_leaves_the_pool_untouched) {
   memory_manager memory;
   support_table_propagator kept(memory, {{1, 2}, {3, 4}});
