@@ -259,6 +259,8 @@ TEST(AST_builder, answers_that_a_literal_reading_got_wrong) {
   // An integer in a connective is true when it is not 0.
   const tree or_int = op<xml::FunctionOr>(V(0), op<xml::FunctionLT>(V(1), C(1)));
   EXPECT_EQ(solutions_of(*or_int, xy), expected_of(*or_int, xy));
+  const tree and_const = op<xml::FunctionAnd>(C(5), op<xml::FunctionLT>(V(0), V(1)));
+  EXPECT_EQ(solutions_of(*and_const, xy), expected_of(*and_const, xy));
   const tree if_int = op<xml::FunctionEQ>(op<xml::FunctionIf>(V(0), C(2), V(1)), C(2));
   EXPECT_EQ(solutions_of(*if_int, xy), expected_of(*if_int, xy));
   // x == 40 can't hold, x != 40 always does.
@@ -372,6 +374,26 @@ TEST(AST_builder, disequality_variables_are_shared_and_end_exact) {
   EXPECT_EQ(m.solve(), brute_force(d, [](const std::vector<int>& v) { return v[2] == (v[0] != v[1]); }));
 }
 
+// The guarded forms behind one-sided equalities: exactly r <= (a = b), r >= (a = b)
+// and the same for a != b, over domains that are not Boolean.
+TEST(AST_builder, one_sided_equalities_are_exact_in_their_direction) {
+  const std::vector<iset> d{iset("0:3"), iset("1:4"), iset("0:1")};
+  for (bool is_eq : {true, false})
+    for (AST_builder::usage_type usage : {AST_builder::usage_at_most, AST_builder::usage_at_least}) {
+      model m(d);
+      m.b.connect_eq_by_vars(2, is_eq, false, false, 0, 1, usage);
+      EXPECT_EQ(m.solve(), brute_force(d, [&](const std::vector<int>& v) {
+                  const int e = (v[0] == v[1]) == is_eq;
+                  return usage == AST_builder::usage_at_most ? v[2] <= e : v[2] >= e;
+                })) << is_eq << ' ' << usage;
+    }
+  // Two tasks that don't overlap: s1 + 3 <= s2 or s2 + 2 <= s1.
+  const std::vector<iset> s{iset("0:6"), iset("0:6")};
+  const tree jobs = op<xml::FunctionOr>(op<xml::FunctionLE>(op<xml::FunctionAdd>(V(0), C(3)), V(1)),
+                                        op<xml::FunctionLE>(op<xml::FunctionAdd>(V(1), C(2)), V(0)));
+  EXPECT_EQ(solutions_of(*jobs, s), expected_of(*jobs, s));
+}
+
 //==== operator definitions ====================================================
 
 TEST(operator_definition_registry, simplifications_and_shared_entries) {
@@ -450,6 +472,8 @@ TEST(AST_builder, weighted_sums_and_all_different) {
   }
   EXPECT_THROW(m.b.instantiate_weighted_sum({1, 1, 1}, m.vars, false, -(1LL << 31)),
                AST_builder::unsupported);
+  // sum <= 2^31 is sum of negatives >= -2^31, which fits.
+  EXPECT_NO_THROW(m.b.instantiate_weighted_sum({1, 1, 1}, m.vars, false, 1LL << 31));
   // Five variables over four values: no injection; four over four: 4! of them.
   model five(std::vector<iset>(5, iset("0:3")));
   five.b.instantiate_all_different(five.vars);
