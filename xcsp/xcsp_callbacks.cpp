@@ -33,6 +33,15 @@ bool imply_disabled() {
   return disabled;
 }
 
+int max_var_id(const AST& node) {
+  if (node.getType() == CSPXMLParser::VAR) return static_cast<const CSPXMLParser::ASTVar&>(node).id;
+  int result = -1;
+  if (node.getType() == CSPXMLParser::CST_INT || node.getType() == CSPXMLParser::CST_BOOL) return result;
+  for (int i = 0; i < node.nbArg(); ++i)
+    if (const AST* child = node.getArg(i)) result = std::max(result, max_var_id(*child));
+  return result;
+}
+
 bool starts_with(const std::string& text, const char* prefix) {
   return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
 }
@@ -282,6 +291,7 @@ void xcsp_callbacks::predicateExpression(AST* tree) {
   std::unique_ptr<AST> owned(tree);
   if (m_predicates.empty() || m_predicates.back().tree)
     throw std::runtime_error("Updating an expression for an old predicate");
+  m_predicates.back().max_var_id = max_var_id(*owned);
   m_predicates.back().tree = std::move(owned);
 }
 
@@ -360,6 +370,13 @@ void xcsp_callbacks::instantiate_predicate(const std::vector<unsigned int>& vars
   if (!predicate.tree) {
     throw std::runtime_error("constraint " + m_constraint_name + ": predicate " + predicate.name +
                              " has no expression in functional syntax");
+  }
+  // The reader keeps the names of earlier predicates, so a tree may name a
+  // parameter that its own predicate does not declare.
+  if (predicate.max_var_id >= int(predicate.formal_count)) {
+    throw std::runtime_error("constraint " + m_constraint_name + ": predicate " + predicate.name +
+                             " names a variable that is not one of its " +
+                             std::to_string(predicate.formal_count) + " parameters");
   }
   // The tree reads its parameters by position: a short call would read past them.
   if (vars.size() < predicate.formal_count) {

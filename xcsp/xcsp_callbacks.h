@@ -39,6 +39,7 @@ class xcsp_callbacks : public CSPXMLParser::CSPParserCallback {
     std::unique_ptr<CSPXMLParser::AST> tree;  // null until the functional expression arrives
     std::string name;
     unsigned int formal_count = 0;  // parameters of the definition: a call must pass as many
+    int max_var_id = -1;            // the highest position the tree reads
   };
 
   struct relation_info_type {
