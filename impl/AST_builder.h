@@ -9,6 +9,7 @@
 
 #include <exception>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -24,6 +25,7 @@ class AST;
 
 namespace zelk {
 
+class constraint_propagator;
 class solver;
 
 class AST_builder {
@@ -141,12 +143,13 @@ class AST_builder {
   const operator_connectivity& connectivity() const { return m_connectivity; }
   solver& get_solver() const { return m_solver; }
 
- protected:
-  // A hook for tests: detect_all_diff reports each clique here before it posts it.
-  virtual void on_all_diff_detected(const std::vector<unsigned int>&) {}
-
  public:
   virtual ~AST_builder() = default;
+
+ protected:
+  // Where detect_all_diff sends each clique it finds; tests watch it here.
+  virtual void post_detected_all_diff(const std::vector<unsigned int>& clique,
+                                      bool print_prefix);
 
  private:
   struct ne_entry {
@@ -156,11 +159,30 @@ class AST_builder {
 
   const small_model::iset& domain(unsigned int var) const;
   unsigned int rep(unsigned int var) const;
+  // The variable of an ASTVar; a parameter beyond `vars` is an error of the model.
+  unsigned int var_of(const std::vector<unsigned int>& vars, const CSPXMLParser::AST& ast) const;
+  // The singleton variable of a value; a value outside 0..31 is refused.
+  unsigned int constant_var(long long value);
+  void post(std::unique_ptr<constraint_propagator> p, std::vector<unsigned int> params);
+  // A {0, 1} variable that is 1 exactly when v is not 0.
+  unsigned int truth_of(unsigned int v);
+  void require_true(const std::vector<unsigned int>& vars, const CSPXMLParser::AST& ast);
+  void check_range(int type, unsigned int a, unsigned int b) const;
+  unsigned int abs_of_difference(const std::vector<unsigned int>& vars,
+                                 const CSPXMLParser::AST& sub);
+  std::vector<unsigned int> connect_arguments(const std::vector<unsigned int>& vars,
+                                              unsigned int result, const CSPXMLParser::AST& ast);
+  void connect_neg(const std::vector<unsigned int>& vars, unsigned int result,
+                   const CSPXMLParser::AST& ast);
+  void post_literal_or_neq(small_model::iset literal, unsigned int r, unsigned int a,
+                           unsigned int b);
 
   solver& m_solver;
   operator_connectivity m_connectivity;
   std::map<std::pair<unsigned int, unsigned int>, ne_entry> m_ne_vars;
   std::vector<std::set<unsigned int>> m_diff_sets;
+  // |a - b| by the ordered pair of its variables.
+  std::map<std::pair<unsigned int, unsigned int>, unsigned int> m_abs_differences;
 };
 
 }  // namespace zelk
