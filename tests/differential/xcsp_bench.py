@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Solves the XCSP instances of the shared benchmark and compares with its manifest.
 
-    xcsp_bench.py --zelk BUILD/zelk --bench DIR [--subset]
+    xcsp_bench.py --zelk BUILD/zelk --bench DIR
 
 DIR holds MANIFEST.tsv (columns path, format, expected, optimum, ...). For every
 instance of format xcsp:
@@ -11,7 +11,7 @@ instance of format xcsp:
     every model checked;
   - UNSAT: "s UNSATISFIABLE", then again with -G -V, which checks the refutation
     (a bad one ends the run with an exception and exit status 1).
-Each run is stopped after 60 s. --subset runs one instance of each family.
+Each run is stopped after 60 s.
 Exits 77 (skipped) with a message when DIR has no manifest.
 """
 import argparse
@@ -94,7 +94,6 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--zelk", required=True)
     parser.add_argument("--bench", required=True)
-    parser.add_argument("--subset", action="store_true", help="one instance of each family")
     args = parser.parse_args()
     manifest = os.path.join(args.bench, "MANIFEST.tsv")
     if not os.path.isfile(manifest):
@@ -104,14 +103,6 @@ def main():
         header = f.readline().rstrip("\n").split("\t")
         entries = [dict(zip(header, line.rstrip("\n").split("\t"))) for line in f if line.strip()]
     entries = [e for e in entries if e["format"] == "xcsp"]
-    if args.subset:
-        seen = set()
-        chosen = []
-        for e in entries:
-            if e["family"] not in seen:
-                seen.add(e["family"])
-                chosen.append(e)
-        entries = chosen
     failures = 0
     for e in entries:
         problem = check_instance(args.zelk, args.bench, e)
