@@ -25,7 +25,7 @@
 #
 # Every SAT answer of an OPB case is also checked by the independent checker
 # (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built, and every
-# SAT answer of an XCSP case by tests/tools/xcsp_checker.py.
+# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py.
 set -u
 zelk=$1
 dir=$2
@@ -116,7 +116,8 @@ for name in "${names[@]}"; do
       ;;
     *.xml)
       checker=$here/../tools/xcsp_checker.py
-      if grep -q -E '^s (SATISFIABLE|OPTIMUM FOUND)' "$tmp/out"; then
+      # -d prints its models with no status line: any value line is checked.
+      if grep -q -E '^(s (SATISFIABLE|OPTIMUM FOUND)|v( |$))' "$tmp/out"; then
         if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
           echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
         fi
