@@ -11,7 +11,8 @@ instance of format xcsp:
     every model checked;
   - UNSAT: "s UNSATISFIABLE", then again with -G -V, which checks the refutation
     (a bad one ends the run with an exception and exit status 1).
-Each run is stopped after 60 s.
+Each run is stopped after 60 s (--limit: a sanitizer build with audits is
+many times slower).
 Exits 77 (skipped) with a message when DIR has no manifest.
 """
 import argparse
@@ -37,14 +38,14 @@ UNSUPPORTED = {
     "xcsp/arith-random/arith-n8-m14-s51.xml": "mul, div, mod, abs, min, max",
     "xcsp/puzzle/send-more-money.xml": "mul of the carries",
 }
-LIMIT = 60
+LIMIT = [60]
 
 
 def run(zelk, options, path):
     try:
-        p = subprocess.run([zelk] + options + [path], capture_output=True, text=True, timeout=LIMIT)
+        p = subprocess.run([zelk] + options + [path], capture_output=True, text=True, timeout=LIMIT[0])
     except subprocess.TimeoutExpired:
-        return None, "", "no answer within %d s" % LIMIT
+        return None, "", "no answer within %d s" % LIMIT[0]
     return p.returncode, p.stdout, p.stderr
 
 
@@ -94,7 +95,9 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--zelk", required=True)
     parser.add_argument("--bench", required=True)
+    parser.add_argument("--limit", type=int, default=60, help="seconds for one run")
     args = parser.parse_args()
+    LIMIT[0] = args.limit
     manifest = os.path.join(args.bench, "MANIFEST.tsv")
     if not os.path.isfile(manifest):
         print("skipped: no benchmark manifest at %s" % manifest)
