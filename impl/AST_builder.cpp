@@ -780,7 +780,9 @@ void AST_builder::require_true(const std::vector<unsigned int>& vars, const AST&
   if (type == xml::VAR) {
     // Any value but 0 is true.
     intersect_variable(~iset::singleton(0), rep(var_of(vars, ast)));
-  } else if (is_boolean_valued(type) || type == xml::CST_INT) {
+  } else if (is_constant(ast)) {
+    if (constant_value(ast) == 0) mark_unsat();
+  } else if (is_boolean_valued(type)) {
     connect_expr(vars, m_solver.singleton_var(1), ast, usage_exact);
   } else {
     intersect_variable(iset::singleton(1), expression_to_bool_var(vars, ast, usage_at_most));
@@ -965,9 +967,11 @@ void AST_builder::instantiate_weighted_sum(const std::vector<int>& coefficients,
       if (k == INT_MIN) throw unsupported("coefficients of weightedsum are overflowing");
       k = -k;
     }
-  if (limit < INT_MIN || limit > INT_MAX || (!is_ge && -limit > INT_MAX))
+  if (limit == LLONG_MIN) throw unsupported("Limit of weightedsum is overflowing");
+  const long long wide_bound = is_ge ? limit : -limit;
+  if (wide_bound < INT_MIN || wide_bound > INT_MAX)
     throw unsupported("Limit of weightedsum is overflowing");
-  const int bound = int(is_ge ? limit : -limit);
+  const int bound = int(wide_bound);
   if (vars.empty()) {
     if (bound > 0) mark_unsat();
     return;

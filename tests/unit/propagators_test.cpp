@@ -17,6 +17,7 @@
 #include "impl/disjoint_propagation_algo.h"
 #include "impl/neq_propagators.h"
 #include "impl/stateless_clause_propagator.h"
+#include "impl/table_propagators.h"
 #include "unit/brute_force.h"
 
 namespace zelk {
@@ -176,6 +177,29 @@ instance exact_unless_empty(instance k, checks c, decltype(instance::extra) extr
   return k;
 }
 
+// One pool for every table of the run, as the driver has it.
+table_propagator_base::memory_manager& table_memory() {
+  static table_propagator_base::memory_manager memory;
+  return memory;
+}
+
+// A table of one to four columns over a window of a few values, sometimes high
+// up, sometimes empty, with repeated tuples and in no particular order.
+instance random_table_instance(std::mt19937& g, int round) {
+  const unsigned width = 1 + g() % 4;
+  const int span = 2 + int(g() % 5), base = round % 4 == 0 ? int(g() % 26) : 0;
+  std::vector<std::vector<int>> tuples(round % 7 == 0 ? g() % 3 : g() % 25, std::vector<int>(width));
+  for (std::vector<int>& t : tuples)
+    for (int& v : t) v = base + int(g() % unsigned(span));
+  if (!tuples.empty() && g() % 3 == 0) tuples.push_back(tuples[g() % tuples.size()]);
+  domain_list d(width);
+  for (iset& s : d) s = random_domain(g, base + span - 1, span, true);
+  // Empty domains included: the table stays exact on them.
+  return instance{std::make_unique<support_table_propagator>(table_memory(), tuples), d,
+                  [tuples](const assignment& v) { return std::find(tuples.begin(), tuples.end(), v) != tuples.end(); },
+                  checks{.random_literals = true, .check_every = 3, .run_init = round % 2 == 0}};
+}
+
 const family<instance> families[] = {
     {"clause", 1, 3000, 500, 0, [](std::mt19937& g, int) {
        return random_clause_instance<clause_propagator>(g, {.random_literals = true, .run_init = true});
@@ -327,6 +351,9 @@ const family<instance> families[] = {
     // A base constraint or a clause: sound only, but when the clause is false the
     // base's reductions are committed with its result, and when the base cannot
     // hold the clause propagates for real.
+    // Generalised arc consistency: a value stays exactly when a listed tuple
+    // within the domains uses it.
+    {"support_table", 57, 4000, 2000, 0, random_table_instance},
     {"disjoint", 31, 2000, 500, 300, [](std::mt19937& g, int round) {
        domain_list literals(1 + g() % 2);
        for (iset& literal : literals) literal = random_domain(g, 12, 6);
