@@ -36,7 +36,8 @@ bool imply_disabled() {
 int max_var_id(const AST& node) {
   if (node.getType() == CSPXMLParser::VAR) return static_cast<const CSPXMLParser::ASTVar&>(node).id;
   int result = -1;
-  if (node.getType() == CSPXMLParser::CST_INT || node.getType() == CSPXMLParser::CST_BOOL) return result;
+  if (node.getType() == CSPXMLParser::CST_INT || node.getType() == CSPXMLParser::CST_BOOL)
+    return result;
   for (int i = 0; i < node.nbArg(); ++i)
     if (const AST* child = node.getArg(i)) result = std::max(result, max_var_id(*child));
   return result;
@@ -154,8 +155,11 @@ void xcsp_callbacks::relation_info_type::instantiate(xcsp_callbacks& callbacks,
           callbacks.builder().equate_variables(vars[0], vars[1]);
           post = false;
           break;
-        case IMPLIES_DIFF: callbacks.builder().mark_unequal_variables(vars[0], vars[1]); break;
-        default: break;
+        case IMPLIES_DIFF:
+          callbacks.builder().mark_unequal_variables(vars[0], vars[1]);
+          break;
+        default:
+          break;
       }
     }
   }
@@ -174,7 +178,8 @@ void xcsp_callbacks::relation_info_type::instantiate(xcsp_callbacks& callbacks,
   }
   for (std::size_t i = 0; i < tuple_domains.size(); ++i) {
     const small_model::iset domain = s.stack().domain(vars[i]);
-    if (!domain.subset_of(tuple_domains[i])) s.set_var_domain(vars[i], domain & tuple_domains[i], -1);
+    if (!domain.subset_of(tuple_domains[i]))
+      s.set_var_domain(vars[i], domain & tuple_domains[i], -1);
   }
 }
 
@@ -185,7 +190,8 @@ xcsp_callbacks::xcsp_callbacks(xcsp_solver& s, table_propagator_base::memory_man
 
 xcsp_callbacks::~xcsp_callbacks() = default;
 
-std::string xcsp_callbacks::overwriting(const std::string& name, const std::string& old_name) const {
+std::string xcsp_callbacks::overwriting(const std::string& name,
+                                        const std::string& old_name) const {
   return name + ": overwriting existing " + old_name;
 }
 
@@ -194,7 +200,9 @@ void xcsp_callbacks::beginInstance(const std::string& name) {
   m_domains.clear();
 }
 
-void xcsp_callbacks::beginDomainsSection(int nbDomains) { m_domains.resize(std::size_t(nbDomains)); }
+void xcsp_callbacks::beginDomainsSection(int nbDomains) {
+  m_domains.resize(std::size_t(nbDomains));
+}
 
 void xcsp_callbacks::beginDomain(const std::string& name, int id, int) {
   if (m_current_domain != -1) throw std::runtime_error("did not finish previous domain");
@@ -321,12 +329,14 @@ void xcsp_callbacks::beginConstraint(const std::string& name, int, int,
       if (referenceId != GLOBAL_ALL_DIFFERENT && referenceId != GLOBAL_WEIGHTED_SUM)
         throw AST_builder::unsupported("GlobalConstraintType unsupported");
       return;
-    default: throw AST_builder::unsupported("Unsupported reference type");
+    default:
+      throw AST_builder::unsupported("Unsupported reference type");
   }
 }
 
 void xcsp_callbacks::constraintParameters(const ASTList& arguments) {
-  if (m_reference_type == CSPXMLParser::GLOBAL_CONSTRAINT && m_reference_id == GLOBAL_WEIGHTED_SUM) {
+  if (m_reference_type == CSPXMLParser::GLOBAL_CONSTRAINT &&
+      m_reference_id == GLOBAL_WEIGHTED_SUM) {
     instantiate_weighted_sum_or_objective(arguments);
     return;
   }
@@ -335,12 +345,17 @@ void xcsp_callbacks::constraintParameters(const ASTList& arguments) {
   std::vector<unsigned int> vars;
   parameters_to_variables(arguments, vars);
   switch (m_reference_type) {
-    case CSPXMLParser::PREDICATE: instantiate_predicate(vars); break;
+    case CSPXMLParser::PREDICATE:
+      instantiate_predicate(vars);
+      break;
     case CSPXMLParser::RELATION:
       m_relations.at(std::size_t(m_reference_id)).instantiate(*this, vars);
       break;
-    case CSPXMLParser::GLOBAL_CONSTRAINT: m_builder.instantiate_all_different(vars); break;
-    default: break;
+    case CSPXMLParser::GLOBAL_CONSTRAINT:
+      m_builder.instantiate_all_different(vars);
+      break;
+    default:
+      break;
   }
 }
 
@@ -352,12 +367,16 @@ void xcsp_callbacks::parameters_to_variables(const ASTList& list, std::vector<un
         vars.push_back(unsigned(static_cast<const CSPXMLParser::ASTVar*>(node)->id));
         break;
       case CSPXMLParser::CST_INT:
-        vars.push_back(m_solver.singleton_var(static_cast<const CSPXMLParser::ASTInteger*>(node)->val));
+        vars.push_back(
+            m_solver.singleton_var(static_cast<const CSPXMLParser::ASTInteger*>(node)->val));
         break;
       case CSPXMLParser::CST_BOOL:
-        vars.push_back(m_solver.singleton_var(static_cast<const CSPXMLParser::ASTBoolean*>(node)->val));
+        vars.push_back(
+            m_solver.singleton_var(static_cast<const CSPXMLParser::ASTBoolean*>(node)->val));
         break;
-      case CSPXMLParser::LIST: parameters_to_variables(static_cast<const ASTList&>(*node), vars); break;
+      case CSPXMLParser::LIST:
+        parameters_to_variables(static_cast<const ASTList&>(*node), vars);
+        break;
       default:
         throw AST_builder::unsupported("Unsupported expression in parameter " + std::to_string(i) +
                                        ":" + (node == nullptr ? std::string() : infix(*node)));
@@ -385,7 +404,8 @@ void xcsp_callbacks::instantiate_predicate(const std::vector<unsigned int>& vars
                              predicate.name + ", which has " +
                              std::to_string(predicate.formal_count));
   }
-  m_builder.connect_expr(vars, m_solver.singleton_var(1), *predicate.tree, AST_builder::usage_exact);
+  m_builder.connect_expr(vars, m_solver.singleton_var(1), *predicate.tree,
+                         AST_builder::usage_exact);
 }
 
 // [ { coef var } ... ] operator bound
@@ -404,11 +424,23 @@ void xcsp_callbacks::instantiate_weighted_sum_or_objective(const ASTList& argume
   bool is_le = false;
   const AST* op = arguments.list[1];
   switch (op == nullptr ? CSPXMLParser::F_NEG : op->getType()) {
-    case CSPXMLParser::SYMB_EQ: is_ge = is_le = true; break;
-    case CSPXMLParser::SYMB_GE: is_ge = true; break;
-    case CSPXMLParser::SYMB_GT: is_ge = true; bound += 1; break;
-    case CSPXMLParser::SYMB_LE: is_le = true; break;
-    case CSPXMLParser::SYMB_LT: is_le = true; bound -= 1; break;
+    case CSPXMLParser::SYMB_EQ:
+      is_ge = is_le = true;
+      break;
+    case CSPXMLParser::SYMB_GE:
+      is_ge = true;
+      break;
+    case CSPXMLParser::SYMB_GT:
+      is_ge = true;
+      bound += 1;
+      break;
+    case CSPXMLParser::SYMB_LE:
+      is_le = true;
+      break;
+    case CSPXMLParser::SYMB_LT:
+      is_le = true;
+      bound -= 1;
+      break;
     default:
       throw AST_builder::unsupported("global:weightedsum does not support '" +
                                      (op == nullptr ? std::string() : infix(*op)) + "'");
@@ -424,7 +456,8 @@ void xcsp_callbacks::instantiate_weighted_sum_or_objective(const ASTList& argume
     if (coef == entries.end() || coef->second == nullptr ||
         coef->second->getType() != CSPXMLParser::CST_INT)
       throw std::runtime_error(where + "needs an integer coef in every term");
-    if (var == entries.end() || var->second == nullptr || var->second->getType() != CSPXMLParser::VAR)
+    if (var == entries.end() || var->second == nullptr ||
+        var->second->getType() != CSPXMLParser::VAR)
       throw std::runtime_error(where + "needs a variable in every term");
     coefficients.push_back(static_cast<const CSPXMLParser::ASTInteger*>(coef->second)->val);
     vars.push_back(unsigned(static_cast<const CSPXMLParser::ASTVar*>(var->second)->id));
@@ -447,7 +480,8 @@ bool xcsp_callbacks::maybe_set_objective(const std::vector<int>& coefficients,
 }
 
 void xcsp_callbacks::endConstraintsSection() {
-  // With m_detect_all_diff, m_builder.detect_all_diff() is called here once the all-different propagator exists.
+  // With m_detect_all_diff, m_builder.detect_all_diff() is called here once the all-different
+  // propagator exists.
   m_builder.connectivity().create_all_constraints();
 }
 

@@ -28,7 +28,12 @@ class xcsp_callbacks : public CSPXMLParser::CSPParserCallback {
  public:
   // What a binary relation is equivalent to, or implies, within its
   // precondition domains.
-  enum shortcut_type { NO_SHORTCUT = 0, IMPLIES_DIFF = 1, EQUIVALENT_DIFF = 2, EQUIVALENT_EQUAL = 3 };
+  enum shortcut_type {
+    NO_SHORTCUT = 0,
+    IMPLIES_DIFF = 1,
+    EQUIVALENT_DIFF = 2,
+    EQUIVALENT_EQUAL = 3
+  };
 
   struct domain_info_type {
     std::string name;  // empty until declared
@@ -101,8 +106,7 @@ class xcsp_callbacks : public CSPXMLParser::CSPParserCallback {
 
   void beginPredicatesSection(int) override {}
   void beginPredicate(const std::string& name, int id) override;
-  void addFormalParameter(int position, const std::string& name,
-                          const std::string& type) override;
+  void addFormalParameter(int position, const std::string& name, const std::string& type) override;
   void predicateExpression(CSPXMLParser::AST* tree) override;
   void predicateExpression(const std::string& expression) override;
   void endPredicate() override {}
