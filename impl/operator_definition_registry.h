@@ -83,6 +83,16 @@ class reversed_definition : public operator_definition {
   double tightness() const override { return reversed_op().tightness(); }
 };
 
+// An operator posted as one propagator on (result, arguments...), whatever the
+// direction asked for.
+template <class Propagator>
+class direct_operator_definition : public operator_definition {
+ public:
+  void create_constraints(solver& s, eval_type, unsigned int, unsigned int result,
+                          const unsigned int* args_begin,
+                          const unsigned int* args_end) const override;
+};
+
 // The definitions, by expression node number and by predicate name.
 class operator_definition_registry {
  public:
@@ -117,6 +127,15 @@ void post_literal_or_difference_ge(solver& s, small_model::iset literal, int con
                                    unsigned int r, unsigned int a, unsigned int b);
 void post_literal_or_equal(solver& s, small_model::iset literal, unsigned int r, unsigned int a,
                            unsigned int b);
+
+template <class Propagator>
+void direct_operator_definition<Propagator>::create_constraints(
+    solver& s, eval_type, unsigned int, unsigned int result, const unsigned int* args_begin,
+    const unsigned int* args_end) const {
+  std::vector<unsigned int> params{result};
+  params.insert(params.end(), args_begin, args_end);
+  add_constraint_on_distinct(s, std::make_unique<Propagator>(), std::move(params));
+}
 
 }  // namespace zelk
 
