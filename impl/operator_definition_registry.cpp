@@ -292,7 +292,13 @@ unsigned int sum_definition::symbolic_eval(operator_connectivity& connectivity, 
     const unsigned int mul_args[2] = {x.a, connectivity.get_solver().singleton_var(2)};
     return connectivity.record_operator(*registry.find(9), eval, mul_args, mul_args + 2, result);
   }
-  const unsigned int r = connectivity.record_operator(*this, eval, args, args_end, result);
+  // A new result starts with the range the sum can reach, so that an enclosing
+  // sum or difference is judged by what this one can really take.
+  const unsigned int r = connectivity.record_operator(
+      *this, eval, args, args_end, result,
+      da.empty() || db.empty()
+          ? iset()
+          : iset::clipped_range((long long)da.min() + db.min(), (long long)da.max() + db.max()));
   // r - a is b and r - b is a: a later difference finds them without a new variable.
   const operator_definition& sub = *registry.find(8);
   const unsigned int minus_a[2] = {r, x.a};
@@ -308,7 +314,13 @@ unsigned int sub_definition::symbolic_eval(operator_connectivity& connectivity, 
   const two x(args);
   if (is_singleton_of(connectivity, x.b, 0)) return x.a;
   if (x.a == x.b) return connectivity.get_solver().singleton_var(0);
-  const unsigned int r = connectivity.record_operator(*this, eval, args, args_end, result);
+  const iset& da = domain_of(connectivity, x.a);
+  const iset& db = domain_of(connectivity, x.b);
+  const unsigned int r = connectivity.record_operator(
+      *this, eval, args, args_end, result,
+      da.empty() || db.empty()
+          ? iset()
+          : iset::clipped_range((long long)da.min() - db.max(), (long long)da.max() - db.min()));
   const unsigned int minus_r[2] = {x.a, r};
   tie(connectivity, x.b, connectivity.record_operator(*this, eval, minus_r, minus_r + 2, x.b));
   const unsigned int plus[2] = {r, x.b};
