@@ -217,7 +217,8 @@ relation element_relation(long long first, unsigned n) {
 }
 
 // The copy intersect_with gives holds exactly where the original does (simplifies),
-// and propagates on the kept domains without losing a solution; whether it gave one.
+// and, started as the solver starts it, filters the kept domains exactly (an element
+// with no position left fails at once); whether there was a copy.
 bool element_simplifies(const instance& k, const outcome& out, std::mt19937& gen, const std::string& where) {
   simplifies(k, out, gen, where);
   std::vector<unsigned> kept;
@@ -226,9 +227,10 @@ bool element_simplifies(const instance& k, const outcome& out, std::mt19937& gen
   domain_list d;
   for (unsigned i : kept) d.push_back(k.d[i]);
   constraint_explicit_info view = make_view(d);
-  const result_type result = q->propagate(view);
-  check_outcome(d, {result, view.domains()}, relation_of(*q, unsigned(d.size())), SOUND_ONLY,
-                where + " simplified to " + printed(*q));
+  result_type result = q->init(view);
+  if (result != propagation_types::UNSAT) result = q->propagate(view);
+  check_outcome(d, {result, view.domains()}, relation_of(*q, unsigned(d.size())),
+                any_empty(d) ? SOUND_ONLY : DOMAIN_CONSISTENT, where + " simplified to " + printed(*q));
   return true;
 }
 
