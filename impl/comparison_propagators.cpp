@@ -841,8 +841,8 @@ propagation_types::result_type propagate_extremum(constraint_runtime_info& info,
   return propagation_types::CONSISTENT;
 }
 
-bool extremum_conflicts(const constraint_runtime_info& info, bool mirrored) {
-  static domain_vector domains;
+bool extremum_conflicts(const constraint_runtime_info& info, domain_vector& domains,
+                        bool mirrored) {
   read_domains(info, domains, mirrored);
   return !min_max_propagator::propagate_max(domains);
 }
@@ -870,7 +870,8 @@ propagation_types::result_type max_propagator::propagate(constraint_runtime_info
 }
 
 bool max_propagator::conflicts(const constraint_runtime_info& info) const {
-  return extremum_conflicts(info, false);
+  static domain_vector domains;
+  return extremum_conflicts(info, domains, false);
 }
 
 bool max_propagator::constraint_check(const constraint_runtime_info& info) const {
@@ -893,7 +894,8 @@ propagation_types::result_type min_propagator::propagate(constraint_runtime_info
 }
 
 bool min_propagator::conflicts(const constraint_runtime_info& info) const {
-  return extremum_conflicts(info, true);
+  static domain_vector domains;
+  return extremum_conflicts(info, domains, true);
 }
 
 bool min_propagator::constraint_check(const constraint_runtime_info& info) const {
