@@ -39,8 +39,6 @@ const iset EMPTY;
 [[noreturn]] void missing(const std::string& what) {
   throw AST_builder::unsupported("Unsupported constraint: " + what + " has no propagator yet");
 }
-void post_min(solver&, const std::vector<unsigned int>&) { missing("min (min_propagator)"); }
-void post_max(solver&, const std::vector<unsigned int>&) { missing("max (max_propagator)"); }
 void post_pow(solver&, const std::vector<unsigned int>&) { missing("pow (pow_propagator)"); }
 void post_all_different(solver&, const std::vector<unsigned int>&) {
   missing("all_different (all_different_propagator)");
@@ -56,6 +54,14 @@ void post_sub_interval(solver&, int, int, unsigned int, unsigned int) {
 }
 void post_no_sub_interval(solver&, int, int, int, unsigned int, unsigned int) {
   missing("!sub_interval (no_sub_interval_propagator)");
+}
+
+// The result, then the arguments; a repeated argument gets an equal copy.
+void post_min(solver& s, const std::vector<unsigned int>& params) {
+  add_constraint_on_distinct(s, std::make_unique<min_propagator>(), params);
+}
+void post_max(solver& s, const std::vector<unsigned int>& params) {
+  add_constraint_on_distinct(s, std::make_unique<max_propagator>(), params);
 }
 
 bool is_boolean_valued(int type) {

@@ -1,9 +1,11 @@
-// The comparison propagators: equality, difference, reified equality and the
-// conditional; and the combination algebra of the difference and the
-// substitution of the equality.
+// The comparison propagators: equality, difference, reified equality, the
+// conditional, element, minimum and maximum; and the combination algebra of the
+// difference and the substitution of the equality.
 #include "impl/comparison_propagators.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <ostream>
 
 #include "impl/arithmetic_propagators.h"
@@ -540,6 +542,385 @@ void if_then_else_propagator::print(std::ostream& os, const constraint_runtime_i
 
 std::unique_ptr<constraint_propagator> if_then_else_propagator::clone() const {
   return std::make_unique<if_then_else_propagator>(*this);
+}
+
+//==== element_propagator ==============================================================
+
+namespace {
+
+// The index values that select a position (s .. s + n - 1) and that a domain can
+// hold; empty when none can.
+iset selectable_values(long long first_index, unsigned int arity) {
+  return iset::clipped_range(first_index, first_index + (long long)arity - 3);
+}
+
+}  // namespace
+
+propagation_types::result_type element_propagator::propagate(constraint_runtime_info& info) {
+  const unsigned int arity = info.arity();
+  if (arity < 3) return UNSAT;
+  const unsigned int last = arity - 1;
+  const iset old_index = info.domain(0);
+  const iset r = info.domain(last);
+  const iset selectable = selectable_values(m_first_index, arity);
+  iset index = old_index & selectable;
+  iset reachable;
+  for (int v : old_index & selectable) {
+    const iset& a = info.domain(unsigned(v - m_first_index + 1));
+    if (a.intersects(r))
+      reachable |= a;
+    else
+      index.erase(v);
+  }
+  if (index.empty()) return UNSAT;
+  if (index != old_index) info.set_domain(0, index);
+  if (!r.subset_of(reachable)) info.set_domain(last, r & reachable);
+  if (index.is_singleton() && !reachable.subset_of(r)) {
+    const unsigned int selected = unsigned(index.min() - m_first_index + 1);
+    const iset a = info.domain(selected) & info.domain(last);
+    if (a != info.domain(selected)) info.set_domain(selected, a);
+  }
+  return CONSISTENT;
+}
+
+bool element_propagator::conflicts(const constraint_runtime_info& info) const {
+  const unsigned int arity = info.arity();
+  if (arity < 3) return true;
+  const iset& r = info.domain(arity - 1);
+  for (int v : info.domain(0) & selectable_values(m_first_index, arity))
+    if (info.domain(unsigned(v - m_first_index + 1)).intersects(r)) return false;
+  return true;
+}
+
+bool element_propagator::constraint_check(const constraint_runtime_info& info) const {
+  const unsigned int arity = info.arity();
+  if (arity < 3) return false;
+  const long long position = (long long)info.domain(0).min() - m_first_index;
+  if (position < 0 || position >= (long long)arity - 2) return false;
+  return info.domain(unsigned(position + 1)).min() == info.domain(arity - 1).min();
+}
+
+void element_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "element";
+    return;
+  }
+  const unsigned int arity = info->arity();
+  info->print_prefix(os);
+  os << "({";
+  for (unsigned int i = 1; i + 1 < arity; ++i) {
+    if (i > 1) os << ", ";
+    info->print_param(os, i);
+  }
+  os << "}[";
+  info->print_param(os, 0);
+  if (m_first_index > 0) os << "+" << m_first_index;
+  if (m_first_index < 0) os << "-" << -(long long)m_first_index;
+  os << "] == ";
+  if (arity > 1) info->print_param(os, arity - 1);
+  os << ")";
+}
+
+std::unique_ptr<constraint_propagator> element_propagator::clone() const {
+  return std::make_unique<element_propagator>(*this);
+}
+
+std::unique_ptr<constraint_propagator> element_propagator::intersect_with(
+    const constraint_runtime_info& info, std::vector<unsigned int>& kept) const {
+  const unsigned int arity = info.arity();
+  if (arity < 3) {
+    kept.clear();
+    return std::make_unique<clause_propagator>();
+  }
+  const unsigned int n = arity - 2, last = arity - 1;
+  const iset& index = info.domain(0);
+  const iset& r = info.domain(last);
+  const auto alive = [&](unsigned int i) {
+    const long long v = (long long)m_first_index + i;
+    return v >= 0 && v <= 31 && index.contains(int(v)) && info.domain(i + 1).intersects(r);
+  };
+  unsigned int lo = 0;
+  while (lo < n && !alive(lo)) ++lo;
+  unsigned int hi = n;
+  while (hi > lo && !alive(hi - 1)) --hi;
+  if (lo == 0 && hi == n) return nullptr;
+  kept.clear();
+  if (hi - lo == 1 && index.is_singleton()) {
+    kept = {lo + 1, last};
+    return std::make_unique<equal_propagator>();
+  }
+  kept.push_back(0);
+  for (unsigned int i = lo; i < hi; ++i) kept.push_back(i + 1);
+  kept.push_back(last);
+  // With no position alive the first index is never read again.
+  const int first = lo < n ? int(m_first_index + (long long)lo) : m_first_index;
+  return std::make_unique<element_propagator>(first);
+}
+
+void element_propagator::explain_propagation(unsigned int param, const iset& literal,
+                                             const iset& after,
+                                             const constraint_runtime_info& info,
+                                             literal_vector& explanation) const {
+  explanation.clear();
+  if (after.empty())
+    explain_conflict(info, explanation);
+  else if (param == 0)
+    explain_index_propagation(literal, after, info, explanation);
+  else if (param + 1 == info.arity())
+    explain_result_propagation(literal, after, info, explanation);
+  else
+    explain_equality_propagation(param, literal, after, info, explanation);
+}
+
+void element_propagator::explain_conflict(const constraint_runtime_info& info,
+                                          literal_vector& explanation) const {
+  const unsigned int arity = info.arity();
+  explanation.assign(arity, iset());
+  if (arity < 3) return;
+  const iset selectable = selectable_values(m_first_index, arity);
+  if (selectable.empty()) return;
+  const iset index = info.domain(0) & selectable;
+  if (index.empty()) {
+    explanation[0] = selectable;
+    return;
+  }
+  const iset r = info.domain(arity - 1);
+  for (int v : index) explanation[unsigned(v - m_first_index + 1)] = r;
+  explanation[arity - 1] = ~r;
+  explanation[0] = selectable - index;
+}
+
+void element_propagator::explain_index_propagation(const iset& literal, const iset& after,
+                                                   const constraint_runtime_info& info,
+                                                   literal_vector& explanation) const {
+  const unsigned int arity = info.arity();
+  explanation.assign(arity, iset());
+  const iset selectable = selectable_values(m_first_index, arity);
+  const iset removed = info.domain(0) - after;
+  iset asked = removed & literal;
+  if (asked.empty()) asked = removed;
+  asked &= selectable;
+  if (asked.empty()) {
+    explanation[0] = selectable;
+    return;
+  }
+  const iset r = info.domain(arity - 1);
+  for (int v : asked) explanation[unsigned(v - m_first_index + 1)] = r;
+  explanation[arity - 1] = ~r;
+  explanation[0] = selectable - asked;
+}
+
+void element_propagator::explain_result_propagation(const iset& literal, const iset& after,
+                                                    const constraint_runtime_info& info,
+                                                    literal_vector& explanation) const {
+  const unsigned int arity = info.arity();
+  explanation.assign(arity, iset());
+  const iset selectable = selectable_values(m_first_index, arity);
+  const iset index = info.domain(0) & selectable;
+  const iset removed = info.domain(arity - 1) - after;
+  // Every removed value when none is asked about: the clause must exclude all that
+  // the learner resolves on.
+  iset asked = removed & literal;
+  if (asked.empty()) asked = removed;
+  if (asked.empty()) asked = iset::singleton(32);  // nothing removed: a misuse
+  explanation[arity - 1] = ~asked;
+  for (int v : index) explanation[unsigned(v - m_first_index + 1)] = asked;
+  explanation[0] = selectable - index;
+}
+
+void element_propagator::explain_equality_propagation(unsigned int param, const iset& literal,
+                                                      const iset& after,
+                                                      const constraint_runtime_info& info,
+                                                      literal_vector& explanation) const {
+  const unsigned int arity = info.arity();
+  explanation.assign(arity, iset());
+  const iset selectable = selectable_values(m_first_index, arity);
+  const iset index = info.domain(0) & selectable;
+  const long long selected = (long long)m_first_index + param - 1;
+  explanation[0] = selectable - index;
+  if (selected >= 0 && selected <= 31) explanation[0].erase(int(selected));
+  const iset removed = info.domain(param) - after;
+  iset q = removed & literal;
+  if (q.empty()) q = removed;
+  for (int v : index)
+    if (v != selected) q |= info.domain(unsigned(v - m_first_index + 1));
+  iset element_entry = ~q;
+  if (q.empty()) {
+    explanation[arity - 1] = ~after;
+    element_entry = after;
+  } else {
+    explanation[arity - 1] = q;
+  }
+  explanation[param] = element_entry;
+  for (int v : index) explanation[unsigned(v - m_first_index + 1)] = element_entry;
+}
+
+//==== min_max_propagator ==============================================================
+
+bool min_max_propagator::propagate_max(domain_vector& domains) {
+  if (!propagate_to_max_result(domains)) return false;
+  if (!erase_values_above(domains, domains[0].max())) return false;
+  static domain_vector supports;
+  get_result_supports(domains, supports);
+  const std::size_t first = find_index_of_max(supports);
+  const int lower_bound = find_max_lower_bound(supports);
+  // A value of an argument survives when another argument can still lift the
+  // result above it, or when it may be the result itself.
+  const iset below_first = iset::clipped_range(0, supports[first].max());
+  supports[first].clear();
+  const std::size_t second = find_index_of_max(supports);
+  const iset below_second =
+      second < supports.size() ? iset::clipped_range(0, supports[second].max()) : iset();
+  const iset as_result = domains[0] & iset::clipped_range(lower_bound, 31);
+  for (std::size_t i = 1; i < domains.size(); ++i)
+    domains[i] &= (i - 1 == first ? below_second : below_first) | as_result;
+  return true;
+}
+
+bool min_max_propagator::propagate_to_max_result(domain_vector& domains) {
+  iset all;
+  int largest_min = 0;
+  for (std::size_t i = 1; i < domains.size(); ++i) {
+    if (domains[i].empty()) return false;
+    all |= domains[i];
+    largest_min = std::max(largest_min, domains[i].min());
+  }
+  domains[0] &= all & iset::clipped_range(largest_min, 31);
+  return !domains[0].empty();
+}
+
+bool min_max_propagator::erase_values_above(domain_vector& domains, int limit) {
+  const iset allowed = iset::clipped_range(0, limit);
+  for (iset& d : domains) {
+    if (d.empty()) return false;
+    d &= allowed;
+    if (d.empty()) return false;
+  }
+  return true;
+}
+
+void min_max_propagator::get_result_supports(const domain_vector& domains,
+                                             domain_vector& supports) {
+  supports.resize(domains.size() - 1);
+  for (std::size_t i = 1; i < domains.size(); ++i) supports[i - 1] = domains[i] & domains[0];
+}
+
+std::size_t min_max_propagator::find_index_of_max(const domain_vector& sets) {
+  std::size_t found = sets.size();
+  for (std::size_t i = 0; i < sets.size(); ++i)
+    if (!sets[i].empty() && (found == sets.size() || sets[i].max() >= sets[found].max()))
+      found = i;
+  return found;
+}
+
+int min_max_propagator::find_max_lower_bound(const domain_vector& sets) {
+  int bound = 0;
+  for (const iset& s : sets)
+    if (!s.empty()) bound = std::max(bound, s.min());
+  return bound;
+}
+
+namespace {
+
+typedef min_max_propagator::domain_vector domain_vector;
+
+void read_domains(const constraint_runtime_info& info, domain_vector& domains, bool mirrored) {
+  domains.resize(info.arity());
+  for (unsigned int i = 0; i < domains.size(); ++i)
+    domains[i] = mirrored ? min_propagator::mirror(info.domain(i)) : info.domain(i);
+}
+
+propagation_types::result_type propagate_extremum(constraint_runtime_info& info,
+                                                  domain_vector& domains, bool mirrored) {
+  read_domains(info, domains, mirrored);
+  if (!min_max_propagator::propagate_max(domains)) return propagation_types::UNSAT;
+  for (unsigned int i = 0; i < domains.size(); ++i) {
+    const iset d = mirrored ? min_propagator::mirror(domains[i]) : domains[i];
+    if (d != info.domain(i)) info.set_domain(i, d);
+  }
+  return propagation_types::CONSISTENT;
+}
+
+bool extremum_conflicts(const constraint_runtime_info& info, domain_vector& domains,
+                        bool mirrored) {
+  read_domains(info, domains, mirrored);
+  return !min_max_propagator::propagate_max(domains);
+}
+
+void print_extremum(std::ostream& os, const constraint_runtime_info* info, const char* name) {
+  if (!info) {
+    os << name;
+    return;
+  }
+  info->print_prefix(os);
+  info->print_param(os, 0);
+  os << "=" << name << "(";
+  for (unsigned int i = 1; i < info->arity(); ++i) {
+    if (i > 1) os << ", ";
+    info->print_param(os, i);
+  }
+  os << ")";
+}
+
+}  // namespace
+
+propagation_types::result_type max_propagator::propagate(constraint_runtime_info& info) {
+  static domain_vector domains;
+  return propagate_extremum(info, domains, false);
+}
+
+bool max_propagator::conflicts(const constraint_runtime_info& info) const {
+  static domain_vector domains;
+  return extremum_conflicts(info, domains, false);
+}
+
+bool max_propagator::constraint_check(const constraint_runtime_info& info) const {
+  int largest = 0;
+  for (unsigned int i = 1; i < info.arity(); ++i) largest = std::max(largest, info.domain(i).min());
+  return info.domain(0).min() == largest;
+}
+
+void max_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  print_extremum(os, info, "max");
+}
+
+std::unique_ptr<constraint_propagator> max_propagator::clone() const {
+  return std::make_unique<max_propagator>(*this);
+}
+
+propagation_types::result_type min_propagator::propagate(constraint_runtime_info& info) {
+  static domain_vector domains;
+  return propagate_extremum(info, domains, true);
+}
+
+bool min_propagator::conflicts(const constraint_runtime_info& info) const {
+  static domain_vector domains;
+  return extremum_conflicts(info, domains, true);
+}
+
+bool min_propagator::constraint_check(const constraint_runtime_info& info) const {
+  int smallest = 31;
+  for (unsigned int i = 1; i < info.arity(); ++i) smallest = std::min(smallest, info.domain(i).min());
+  return info.domain(0).min() == smallest;
+}
+
+void min_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  print_extremum(os, info, "min");
+}
+
+std::unique_ptr<constraint_propagator> min_propagator::clone() const {
+  return std::make_unique<min_propagator>(*this);
+}
+
+iset min_propagator::mirror(iset set) {
+  // Bit v to bit 31 - v: a reversal of the word, in five swaps.
+  std::uint32_t b = set.bits();
+  b = ((b >> 1) & 0x55555555u) | ((b & 0x55555555u) << 1);
+  b = ((b >> 2) & 0x33333333u) | ((b & 0x33333333u) << 2);
+  b = ((b >> 4) & 0x0F0F0F0Fu) | ((b & 0x0F0F0F0Fu) << 4);
+  b = ((b >> 8) & 0x00FF00FFu) | ((b & 0x00FF00FFu) << 8);
+  b = (b >> 16) | (b << 16);
+  return iset::from_bits(b);
 }
 
 }  // namespace zelk

@@ -4,6 +4,9 @@
 //   difference_ge_propagator  x - y >= c                           (x, y)
 //   is_equal_propagator       b = 1 exactly when x = y, else b = 0 (b, x, y)
 //   if_then_else_propagator   r = t when c = 1, r = e when c = 0   (r, c, t, e)
+//   element_propagator        r = a[i - s]                         (i, a1 ... an, r)
+//   max_propagator            r = max(x1 ... xn)                   (r, x1 ... xn)
+//   min_propagator            r = min(x1 ... xn)                   (r, x1 ... xn)
 //
 // The difference is the workhorse of combination: conflict analysis eliminates a
 // variable between two differences (transitivity, a - b >= c0 and b - z >= c1 give
@@ -14,6 +17,7 @@
 #ifndef ZELK_IMPL_COMPARISON_PROPAGATORS_H
 #define ZELK_IMPL_COMPARISON_PROPAGATORS_H
 
+#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <vector>
@@ -159,6 +163,87 @@ class if_then_else_propagator : public tight_constraint_propagator {
   [[nodiscard]] static result_type propagate_then(constraint_runtime_info& info);
   // c fixed to 0: r = e.
   [[nodiscard]] static result_type propagate_else(constraint_runtime_info& info);
+};
+
+// r = a[i - s]: index value s + k selects a(k+1). Index values that select no
+// position, or a position beyond 0..31, are never a solution. Filters the index
+// and the result, and the selected element once the index is fixed; with that,
+// one pass is domain consistent.
+class element_propagator : public constraint_propagator {
+ public:
+  explicit element_propagator(int first_index) : m_first_index(first_index) {}
+
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  // Dead positions at either end cut off; an equality once a single position
+  // remains under a fixed index.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+
+  void explain_conflict(const constraint_runtime_info& info, literal_vector& explanation) const;
+  void explain_index_propagation(const small_model::iset& literal, const small_model::iset& after,
+                                 const constraint_runtime_info& info,
+                                 literal_vector& explanation) const;
+  void explain_result_propagation(const small_model::iset& literal, const small_model::iset& after,
+                                  const constraint_runtime_info& info,
+                                  literal_vector& explanation) const;
+  void explain_equality_propagation(unsigned int param, const small_model::iset& literal,
+                                    const small_model::iset& after,
+                                    const constraint_runtime_info& info,
+                                    literal_vector& explanation) const;
+
+  int first_index() const { return m_first_index; }
+
+ private:
+  int m_first_index;
+};
+
+// The shared algorithm of min and max on a vector of domains, entry 0 the result,
+// written for the maximum; the minimum mirrors its domains (v to 31 - v) around it.
+// Domain consistent in one pass.
+class min_max_propagator : public tight_constraint_propagator {
+ public:
+  typedef std::vector<small_model::iset> domain_vector;
+
+  // False when the domains leave no solution; otherwise narrows them all.
+  [[nodiscard]] static bool propagate_max(domain_vector& domains);
+  // The result within the union of the arguments, at or above each one's minimum.
+  [[nodiscard]] static bool propagate_to_max_result(domain_vector& domains);
+  // Every entry, the result included, cut to 0..limit; false on an empty one.
+  [[nodiscard]] static bool erase_values_above(domain_vector& domains, int limit);
+  // supports[i - 1]: the values of argument i that the result may take.
+  static void get_result_supports(const domain_vector& domains, domain_vector& supports);
+  // The non-empty entry with the largest maximum, the last of equals; size() if none.
+  static std::size_t find_index_of_max(const domain_vector& sets);
+  // The largest minimum of the non-empty entries, 0 if none.
+  static int find_max_lower_bound(const domain_vector& sets);
+};
+
+class max_propagator : public min_max_propagator {
+ public:
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+};
+
+class min_propagator : public min_max_propagator {
+ public:
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // Each value v to 31 - v; its own inverse.
+  static small_model::iset mirror(small_model::iset set);
 };
 
 }  // namespace zelk

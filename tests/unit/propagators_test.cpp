@@ -200,6 +200,56 @@ instance random_table_instance(std::mt19937& g, int round) {
                   checks{.random_literals = true, .check_every = 3, .run_init = round % 2 == 0}};
 }
 
+// A set of values within lo..lo+width, each with probability one half, rarely empty.
+iset window_subset(std::mt19937& g, long long lo, int width) {
+  iset s;
+  for (long long v = lo; v <= lo + width; ++v)
+    if (v >= 0 && v <= 31 && g() % 2) s.insert(int(v));
+  return s;
+}
+
+// r = a[i - s]: no position of i - s outside 0..n-1.
+relation element_relation(long long first, unsigned n) {
+  return [first, n](const assignment& v) {
+    const long long position = v[0] - first;
+    return position >= 0 && position < (long long)n && v[std::size_t(position) + 1] == v.back();
+  };
+}
+
+// The copy intersect_with gives holds exactly where the original does (simplifies),
+// and, started as the solver starts it, filters the kept domains exactly (an element
+// with no position left fails at once); whether there was a copy.
+bool element_simplifies(const instance& k, const outcome& out, std::mt19937& gen, const std::string& where) {
+  simplifies(k, out, gen, where);
+  std::vector<unsigned> kept;
+  std::unique_ptr<constraint_propagator> q = k.p->intersect_with(make_view(k.d), kept);
+  if (!q) return false;
+  domain_list d;
+  for (unsigned i : kept) d.push_back(k.d[i]);
+  constraint_explicit_info view = make_view(d);
+  result_type result = q->init(view);
+  if (result != propagation_types::UNSAT) result = q->propagate(view);
+  check_outcome(d, {result, view.domains()}, relation_of(*q, unsigned(d.size())),
+                any_empty(d) ? SOUND_ONLY : DOMAIN_CONSISTENT, where + " simplified to " + printed(*q));
+  return true;
+}
+
+template <class P> int extremum(const assignment& v) {
+  const auto [lo, hi] = std::minmax_element(v.begin() + 1, v.end());
+  return std::is_same_v<P, min_propagator> ? *lo : *hi;
+}
+
+// Arguments near 0 and near 31 as well as in the middle, where the mirrored and the
+// plain ranges both reach the ends of the universe.
+template <class P> instance random_extremum_instance(std::mt19937& g, int round) {
+  const int base = round % 3 == 0 ? 0 : round % 3 == 1 ? 22 : int(g() % 20);
+  domain_list d{window_subset(g, base, 9)};
+  for (unsigned i = 0, n = 1 + g() % 4; i < n; ++i) d.push_back(window_subset(g, base + int(g() % 4), 6));
+  if (g() % 8) d[0] |= iset::singleton(base + int(g() % 9));  // rarely empty
+  return instance{std::make_unique<P>(), d, [](const assignment& v) { return v[0] == extremum<P>(v); },
+                  checks{.random_literals = true, .limit = 1 << 16, .run_init = round % 2 == 0}};
+}
+
 const family<instance> families[] = {
     {"clause", 1, 3000, 500, 0, [](std::mt19937& g, int) {
        return random_clause_instance<clause_propagator>(g, {.random_literals = true, .run_init = true});
@@ -230,6 +280,22 @@ const family<instance> families[] = {
             [](const assignment& v) { return v[1] <= 1 && v[0] == (v[1] == 1 ? v[2] : v[3]); }},
            {.random_literals = true, .limit = 1 << 15, .check_every = 20});
      }},
+    // First indices that put positions below 0 or above 31, up to the extremes of
+    // int; index domains wider than the array on both sides; sometimes no array.
+    {"element", 15, 4000, 3000, 2500, [](std::mt19937& g, int round) {
+       const unsigned n = round % 16 == 0 ? 0 : 1 + g() % 3;
+       const long long firsts[] = {0, 1, -1, -2, 29, 30, -40, 40, INT_MIN, INT_MAX};
+       const long long first = round % 4 ? int(g() % 7) - 3 : firsts[g() % 10];
+       const long long near = std::clamp<long long>(first, -2, 31);
+       domain_list d{window_subset(g, near - int(g() % 3), int(n) + 3)};
+       for (unsigned i = 0; i < n; ++i) d.push_back(random_domain(g, 6, 4, true));
+       d.push_back(random_domain(g, 6, 5, true));
+       return exact_unless_empty({std::make_unique<element_propagator>(int(first)), d, element_relation(first, n)},
+                                 {.random_literals = true, .limit = 1 << 18, .run_init = round % 2 == 0},
+                                 element_simplifies);
+     }},
+    {"max", 16, 3000, 5000, 0, random_extremum_instance<max_propagator>},
+    {"min", 17, 3000, 5000, 0, random_extremum_instance<min_propagator>},
     // The rule reproduces each tight explanation: x > t or y <= t - c.
     {"difference_ge", 12, 4000, 2000, 1500, [](std::mt19937& g, int round) {
        const int c = round % 10 == 0 ? int(g() % 80) - 40 : int(g() % 25) - 12;
