@@ -1,4 +1,4 @@
-// The sum propagators' fixed cases, beyond the brute-force table (propagators_test).
+// The arithmetic propagators' fixed cases, beyond the brute-force table (propagators_test).
 #include "impl/arithmetic_propagators.h"
 
 #include <gtest/gtest.h>
@@ -69,6 +69,42 @@ TEST(arithmetic_propagators, explanation_of_a_bound) {
     lin(10, {2, -1, 1}).explain_propagation(pivot, iset::full(), iset(), make_view(sets("0:4 2:5 0:3")), explanation);
     EXPECT_EQ(explanation, sets("5:31 0,1 4:31")) << pivot;
   }
+}
+
+//==== non-linear arithmetic ===================================================
+
+// A view that may say that nothing was reduced, and that bounds the runs of a written set.
+struct activation_view : constraint_explicit_info {
+  activation_view(const char* d, unsigned ranges, bool reduced = true)
+      : constraint_explicit_info(unsigned(sets(d).size())), ranges(ranges), reduced(reduced) {
+    domains() = sets(d);
+  }
+  bool reduced_between_activations(unsigned int) const override { return reduced; }
+  unsigned int max_accurate_ranges() const override { return ranges; }
+  unsigned ranges;
+  bool reduced;
+};
+
+TEST(arithmetic_propagators, approximated_activation_edges) {
+  // r = x * y mod 32 on x = {1, 3}, y = {2} is {2, 6}: two runs. With none allowed r
+  // keeps its holes below 6; a later activation that allows them writes {2, 6}.
+  mul_wrap_propagator p;
+  activation_view ragged("2,3,5:31 1,3 2", 0);
+  EXPECT_EQ(p.propagate(ragged), propagation_types::CONSISTENT);
+  EXPECT_EQ(ragged.domains(), sets("2,3,5,6 1,3 2"));
+  ragged.ranges = 2;
+  EXPECT_EQ(p.propagate(ragged), propagation_types::CONSISTENT);
+  EXPECT_EQ(ragged.domains(), sets("2,6 1,3 2"));
+  // Bounds that are already tight: nothing to write.
+  activation_view tight("2:6 1,3 2", 0);
+  EXPECT_EQ(p.propagate(tight), propagation_types::CONSISTENT);
+  EXPECT_EQ(tight.domains(), sets("2:6 1,3 2"));
+  // Nothing reduced since the last activation: 1 * 1 != 5 waits.
+  activation_view untouched("5 1 1", 20, false);
+  EXPECT_EQ(pow_propagator().propagate(untouched), propagation_types::CONSISTENT);
+  EXPECT_EQ(untouched.domains(), sets("5 1 1"));
+  // A full factor is never enumerated, at any effort.
+  EXPECT_FALSE(approximated_arithmetic_propagator<div_propagator>::is_accurate(iset::full(), iset("1"), 1000, 50));
 }
 
 //==== combination ===========================================================
