@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
+#include <random>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -11,7 +15,9 @@
 #include "impl/clause_propagator.h"
 #include "impl/comparison_propagators.h"
 #include "impl/disjunction_specification.h"
+#include "impl/solver.h"
 #include "unit/brute_force.h"
+#include "unit/test_support.h"
 
 namespace zelk {
 namespace {
@@ -105,6 +111,138 @@ TEST(arithmetic_propagators, approximated_activation_edges) {
   EXPECT_EQ(untouched.domains(), sets("5 1 1"));
   // A full factor is never enumerated, at any effort.
   EXPECT_FALSE(approximated_arithmetic_propagator<div_propagator>::is_accurate(iset::full(), iset("1"), 1000, 50));
+}
+
+TEST(arithmetic_propagators, explanation_generator_by_effort) {
+  // r = 31 fails against 2 op 4 for each relation. The tight explanation keeps r
+  // from the value that 2 op 4 gives; the trivial one only from 31. Division and
+  // remainder explain tightly at every effort, the others only above effort 0.
+  struct effort_info : constraint_explicit_info {
+    explicit effort_info(unsigned effort) : constraint_explicit_info(3), level(effort) { domains() = sets("31 2 4"); }
+    unsigned int effort() const override { return level; }
+    unsigned level;
+  };
+  const std::unique_ptr<constraint_propagator> all[] = {
+      std::make_unique<mul_wrap_propagator>(), std::make_unique<mul_truncate_propagator>(),
+      std::make_unique<pow_propagator>(), std::make_unique<div_propagator>(), std::make_unique<mod_propagator>()};
+  for (const auto& p : all)
+    for (unsigned effort : {0u, 1u}) {
+      const effort_info view(effort);
+      ASSERT_TRUE(p->conflicts(view)) << printed(*p);
+      constraint_propagator::literal_vector explanation;
+      p->explain_propagation(0, iset::full(), iset(), view, explanation);
+      const bool tight = effort > 0 || dynamic_cast<const div_propagator*>(p.get()) ||
+                         dynamic_cast<const mod_propagator*>(p.get());
+      EXPECT_EQ(explanation[0] != ~iset("31"), tight) << printed(*p) << " at effort " << effort;
+    }
+}
+
+TEST(arithmetic_propagators, bound_products_wake_on_the_bounds_they_read) {
+  // Each step narrows one variable of (r, x, y) in a solver and propagates; every
+  // step moves only the bound that the constraint watches there.
+  const auto run = [](std::unique_ptr<constraint_propagator> p, const char* start,
+                      std::vector<std::pair<unsigned, const char*>> steps, std::vector<const char*> expected) {
+    solver s;
+    for (const iset& d : sets(start)) s.add_var(d);
+    s.add_constraint(std::move(p)) << 0u << 1u << 2u;
+    ASSERT_TRUE(solver_test_access::start(s));
+    for (std::size_t k = 0; k < steps.size(); ++k) {
+      solver_test_access::narrow(s, steps[k].first, iset(steps[k].second));
+      ASSERT_TRUE(solver_test_access::propagate(s));
+      const domain_list now{s.stack().domain(0), s.stack().domain(1), s.stack().domain(2)};
+      EXPECT_EQ(now, sets(expected[k])) << "step " << k;
+    }
+  };
+  // r <= x * y: min(r) up, then max(x) down.
+  run(std::make_unique<less_equal_mul_propagator>(), "0:20 0:5 0:5", {{0, "13:20"}, {1, "3"}},
+      {"13:20 3:5 3:5", "13:15 3 5"});
+  // r >= x * y: max(r) down, min(x) up, min(y) up.
+  run(std::make_unique<greater_equal_mul_propagator>(), "0:31 0:5 0:5", {{0, "0:7"}, {1, "2:5"}, {2, "2:3"}},
+      {"0:7 0:5 0:5", "0:7 2:5 0:3", "4:7 2:3 2:3"});
+}
+
+// Enumerates all solutions, each once.
+class recording_solver : public solver {
+ public:
+  void print_solution(std::ostream&) const override {
+    std::vector<int> values;
+    for (unsigned int v = 0; v < num_variables(); ++v) values.push_back(stack().domain(v).min());
+    if (!solutions.insert(values).second) throw std::runtime_error("solution repeated");
+  }
+  mutable std::set<std::vector<int>> solutions;
+};
+
+TEST(arithmetic_propagators, nonlinear_models_enumerate_like_brute_force) {
+  // Three or four variables, one sometimes wide enough for bound reasoning, under
+  // two or three of these constraints on distinct variables and a clause: the solver
+  // wakes them by their watches, learns from their explanations, and must find
+  // exactly the solutions that brute force finds.
+  struct kind {
+    std::function<std::unique_ptr<constraint_propagator>()> make;
+    unsigned arity;
+    std::function<bool(const assignment&)> holds;
+  };
+  const auto power = [](int x, int y) {
+    long long p = x == 0 ? 0 : 1;
+    for (int i = 0; i < y && p <= 31; ++i) p *= x;
+    return p;
+  };
+  const kind kinds[] = {
+      {[] { return std::make_unique<mul_wrap_propagator>(); }, 3, [](const assignment& v) { return v[0] == v[1] * v[2] % 32; }},
+      {[] { return std::make_unique<mul_truncate_propagator>(); }, 3, [](const assignment& v) { return v[0] == v[1] * v[2]; }},
+      {[] { return std::make_unique<div_propagator>(); }, 3, [](const assignment& v) { return v[0] == (v[2] ? v[1] / v[2] : 0); }},
+      {[] { return std::make_unique<mod_propagator>(); }, 3, [](const assignment& v) { return v[0] == (v[2] ? v[1] % v[2] : 0); }},
+      {[] { return std::make_unique<pow_propagator>(); }, 3, [power](const assignment& v) { return v[0] == power(v[1], v[2]); }},
+      {[] { return std::make_unique<less_equal_mul_propagator>(); }, 3, [](const assignment& v) { return v[0] <= v[1] * v[2]; }},
+      {[] { return std::make_unique<greater_equal_mul_propagator>(); }, 3, [](const assignment& v) { return v[0] >= v[1] * v[2]; }},
+      {[] { return std::make_unique<abs_propagator>(); }, 2, [](const assignment& v) { return v[0] == v[1]; }},
+      {[] { return std::make_unique<greater_equal_abs_propagator>(); }, 2, [](const assignment& v) { return v[0] >= v[1]; }},
+      {[] { return std::make_unique<less_equal_abs_propagator>(); }, 2, [](const assignment& v) { return v[0] <= v[1]; }},
+  };
+  int solved = 0;
+  repeat(77, 1000, [&](std::mt19937& g, int, const std::string& where) {
+    const unsigned n = 3 + g() % 2;
+    domain_list d(n);
+    for (iset& s : d) s = random_domain(g, 4, 10);
+    if (g() % 2) d[g() % n] = g() % 4 ? random_domain(g, 31, 31) : iset::full();
+    recording_solver s;
+    for (const iset& domain : d) s.add_var(domain);
+    std::vector<std::pair<const kind*, std::vector<unsigned>>> posted;
+    std::ostringstream text;
+    for (unsigned c = 0, count = 2 + g() % 2; c < count; ++c) {
+      const kind& k = kinds[g() % std::size(kinds)];
+      std::vector<unsigned> vars;
+      while (vars.size() < k.arity) {
+        const unsigned v = g() % n;
+        if (std::find(vars.begin(), vars.end(), v) == vars.end()) vars.push_back(v);
+      }
+      constraint_connectivity_info& info = s.add_constraint(k.make());
+      for (unsigned v : vars) info << v;
+      text << printed(*s.propagator(s.num_constraints() - 1)) << show(vars) << " ";
+      posted.emplace_back(&k, vars);
+    }
+    const domain_list literals{random_subset(g, d[0], true), random_subset(g, d[1])};
+    s.add_constraint(std::make_unique<clause_propagator>(literals)) << 0u << 1u;
+    const relation clause = clause_relation(literals);
+    std::set<assignment> expected;
+    for_each_assignment(d, [&](const assignment& v) {
+      for (const auto& [k, vars] : posted) {
+        assignment args;
+        for (unsigned var : vars) args.push_back(v[var]);
+        if (!k->holds(args)) return true;
+      }
+      if (clause(assignment{v[0], v[1]})) expected.insert(v);
+      return true;
+    });
+    s.all_solutions = true;
+    std::ostringstream out;
+    solver::result_type r = solver::SAT;
+    ASSERT_NO_THROW(r = s.solve(&out)) << where;
+    EXPECT_EQ(r, expected.empty() ? solver::UNSAT : solver::SAT_DONE) << where << " " << text.str() << show(d);
+    EXPECT_EQ(s.solutions, expected) << where << " " << text.str() << show(d);
+    solved += !expected.empty();
+  });
+  EXPECT_GE(solved, 120);
 }
 
 //==== combination ===========================================================
