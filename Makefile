@@ -27,7 +27,7 @@ build: deps
 	cmake --build $(BUILD) -j $(JOBS)
 
 demo: build
-	./$(BUILD)/zelk -F opb examples/knapsack.opb
+	./$(BUILD)/zelk examples/queens-8.xml
 
 check:
 	$(MAKE) build CMAKE_ARGS="-DZELK_WERROR=ON $(CMAKE_ARGS)"

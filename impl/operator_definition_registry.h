@@ -5,12 +5,17 @@
 #ifndef ZELK_IMPL_OPERATOR_DEFINITION_REGISTRY_H
 #define ZELK_IMPL_OPERATOR_DEFINITION_REGISTRY_H
 
+#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "impl/small_iset.h"
 
 namespace zelk {
 
+class constraint_propagator;
 class operator_connectivity;
 class solver;
 
@@ -58,6 +63,79 @@ class operator_definition {
   // The posting priority of an entry: a tighter one is posted first.
   virtual double tightness() const = 0;
 };
+
+// An operator whose arguments can be swapped for another one: a > b is b < a.
+class reversed_definition : public operator_definition {
+ public:
+  // The definition with the two arguments swapped.
+  virtual const operator_definition& reversed_op() const = 0;
+
+  int eval(const int* args_begin, const int* args_end) const override;
+  unsigned int symbolic_eval(operator_connectivity& connectivity, eval_type eval,
+                             const unsigned int* args_begin, const unsigned int* args_end,
+                             unsigned int result) const override;
+  eval_type arg_eval_type(const operator_connectivity& connectivity, eval_type eval,
+                          unsigned int arg_index, const unsigned int* args_begin,
+                          const unsigned int* args_end, unsigned int result) const override;
+  void create_constraints(solver& s, eval_type eval, unsigned int owner_flag,
+                          unsigned int result, const unsigned int* args_begin,
+                          const unsigned int* args_end) const override;
+  double tightness() const override { return reversed_op().tightness(); }
+};
+
+// An operator posted as one propagator on (result, arguments...), whatever the
+// direction asked for.
+template <class Propagator>
+class direct_operator_definition : public operator_definition {
+ public:
+  void create_constraints(solver& s, eval_type, unsigned int, unsigned int result,
+                          const unsigned int* args_begin,
+                          const unsigned int* args_end) const override;
+};
+
+// The definitions, by expression node number and by predicate name.
+class operator_definition_registry {
+ public:
+  static const operator_definition_registry& get();
+
+  // Null when the node is no operator of the registry.
+  const operator_definition* find(int node_type) const;
+  const operator_definition* find_predicate(const std::string& name) const;
+
+  operator_definition_registry(const operator_definition_registry&) = delete;
+  operator_definition_registry& operator=(const operator_definition_registry&) = delete;
+
+ private:
+  operator_definition_registry();
+
+  std::vector<std::pair<int, std::unique_ptr<operator_definition>>> m_by_type;
+  std::vector<std::pair<std::string, std::unique_ptr<operator_definition>>> m_by_name;
+};
+
+// 1 becomes 2, 2 becomes 1, anything else stays.
+eval_type swap_eval(eval_type eval);
+
+// Adds `propagator` on `params`. A variable that occurs twice is replaced, from its
+// second place on, by a new variable tied to it by an equality: propagators
+// assume distinct parameters.
+void add_constraint_on_distinct(solver& s, std::unique_ptr<constraint_propagator> propagator,
+                                std::vector<unsigned int> params);
+
+// The disjunctions "r in literal, or ..." over propagators the engine has: the
+// literal is the clause half of a disjoint propagator.
+void post_literal_or_difference_ge(solver& s, small_model::iset literal, int constant,
+                                   unsigned int r, unsigned int a, unsigned int b);
+void post_literal_or_equal(solver& s, small_model::iset literal, unsigned int r, unsigned int a,
+                           unsigned int b);
+
+template <class Propagator>
+void direct_operator_definition<Propagator>::create_constraints(
+    solver& s, eval_type, unsigned int, unsigned int result, const unsigned int* args_begin,
+    const unsigned int* args_end) const {
+  std::vector<unsigned int> params{result};
+  params.insert(params.end(), args_begin, args_end);
+  add_constraint_on_distinct(s, std::make_unique<Propagator>(), std::move(params));
+}
 
 }  // namespace zelk
 

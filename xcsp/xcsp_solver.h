@@ -1,5 +1,7 @@
-// The XCSP 2.1 reader is not part of this build yet: the class refuses every
-// model as unsupported, so that the driver reports it and goes on with the next file.
+// The solver of XCSP 2.1 documents: its constructor reads the document through the
+// XML reader and the model loader (xcsp_callbacks.h) and applies the options. It
+// keeps the default solution lines of zelk::solver; the print limit hides the
+// variables that the builder adds.
 #ifndef ZELK_XCSP_XCSP_SOLVER_H
 #define ZELK_XCSP_XCSP_SOLVER_H
 
@@ -7,7 +9,6 @@
 #include <string>
 
 #include "driver/flags.h"
-#include "impl/AST_builder.h"
 #include "impl/solver.h"
 #include "impl/table_propagators.h"
 

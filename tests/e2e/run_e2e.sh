@@ -11,6 +11,7 @@
 #   NAME.stdin   fed to standard input (otherwise standard input is empty)
 #   NAME.err     expected standard error (default: empty)
 #   NAME.status  expected exit status (default: 0)
+#   NAME.env     environment variables for the run, one NAME=VALUE a line
 # A case may give NAME.contains instead of NAME.expected: lines that must each stand, whole,
 # somewhere in the output. It serves where only a few lines are the point (a parser trace
 # whose other lines depend on the bison version, the usage text after an option error).
@@ -24,7 +25,7 @@
 #
 # Every SAT answer of an OPB case is also checked by the independent checker
 # (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built, and every
-# SAT answer of an XCSP case by tests/tools/xcsp_checker.py.
+# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py.
 set -u
 zelk=$1
 dir=$2
@@ -53,7 +54,7 @@ for name in "${names[@]}"; do
   input=
   for f in "$name".*; do
     case "$f" in
-      "$name".expected|"$name".contains|"$name".args|"$name".stdin|"$name".err|"$name".status) ;;
+      "$name".expected|"$name".contains|"$name".args|"$name".stdin|"$name".err|"$name".status|"$name".env) ;;
       *) input=$f ;;
     esac
   done
@@ -71,7 +72,12 @@ for name in "${names[@]}"; do
 
   stdin=/dev/null
   [ -f "$name.stdin" ] && stdin=$name.stdin
-  (exec -a zelk "$zelk" "${args[@]}") < "$stdin" > "$tmp/out" 2> "$tmp/err"
+  envs=()
+  if [ -f "$name.env" ]; then
+    while IFS= read -r line; do [ -n "$line" ] && envs+=("$line"); done < "$name.env"
+  fi
+  (for e in "${envs[@]}"; do export "$e"; done; exec -a zelk "$zelk" "${args[@]}") \
+    < "$stdin" > "$tmp/out" 2> "$tmp/err"
   status=$?
 
   want_status=0
@@ -110,7 +116,8 @@ for name in "${names[@]}"; do
       ;;
     *.xml)
       checker=$here/../tools/xcsp_checker.py
-      if grep -q -E '^s (SATISFIABLE|OPTIMUM FOUND)' "$tmp/out"; then
+      # -d prints its models with no status line: any value line is checked.
+      if grep -q -E '^(s (SATISFIABLE|OPTIMUM FOUND)|v( |$))' "$tmp/out"; then
         if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
           echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
         fi
