@@ -10,14 +10,18 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <typeindex>
+#include <typeinfo>
 #include <vector>
 
+#include "impl/AST_builder.h"
 #include "impl/clause_propagator.h"
 #include "impl/comparison_propagators.h"
 #include "impl/disjunction_specification.h"
 #include "impl/solver.h"
 #include "unit/brute_force.h"
 #include "unit/test_support.h"
+#include "xcsp/AST.h"
 
 namespace zelk {
 namespace {
@@ -166,7 +170,8 @@ class recording_solver : public solver {
  public:
   void print_solution(std::ostream&) const override {
     std::vector<int> values;
-    for (unsigned int v = 0; v < num_variables(); ++v) values.push_back(stack().domain(v).min());
+    for (unsigned int v = 0; v < std::min(num_variables(), reported_variable_count); ++v)
+      values.push_back(stack().domain(v).min());
     if (!solutions.insert(values).second) throw std::runtime_error("solution repeated");
   }
   mutable std::set<std::vector<int>> solutions;
@@ -243,6 +248,90 @@ TEST(arithmetic_propagators, nonlinear_models_enumerate_like_brute_force) {
     solved += !expected.empty();
   });
   EXPECT_GE(solved, 120);
+}
+
+//==== through the expression builder ============================================
+
+namespace xml = CSPXMLParser;
+typedef std::unique_ptr<xml::AST> tree;
+
+tree V(int id) { return std::make_unique<xml::ASTVar>("v" + std::to_string(id), id); }
+tree C(int value) { return std::make_unique<xml::ASTInteger>(value); }
+template <class F> tree op(tree a, tree b = nullptr) {
+  auto node = std::make_unique<F>();
+  node->setArg(0, a.release());
+  if (b) node->setArg(1, b.release());
+  return node;
+}
+
+struct valuation : xml::VariableValuation {
+  const assignment& values;
+  explicit valuation(const assignment& v) : values(v) {}
+  int getVarValue(int id) const override { return values[std::size_t(id)]; }
+};
+
+// Products, quotients, remainders, powers (of exponent 1 or more: 0 ** 0 has no
+// value in the tree's arithmetic) and absolute values over a few small variables.
+tree nonlinear_tree(std::mt19937& g, unsigned n, int depth) {
+  switch (depth <= 0 ? g() % 2 : g() % 8) {
+    case 0: return V(int(g() % n));
+    case 1: return C(int(g() % 5));
+    case 2: case 3: return op<xml::FunctionMul>(nonlinear_tree(g, n, depth - 1), nonlinear_tree(g, n, depth - 1));
+    case 4: return op<xml::FunctionDiv>(nonlinear_tree(g, n, depth - 1), nonlinear_tree(g, n, depth - 1));
+    case 5: return op<xml::FunctionMod>(nonlinear_tree(g, n, depth - 1), nonlinear_tree(g, n, depth - 1));
+    case 6: return op<xml::FunctionPow>(nonlinear_tree(g, n, depth - 1), C(1 + int(g() % 3)));
+    default: return op<xml::FunctionAbs>(nonlinear_tree(g, n, depth - 1));
+  }
+}
+
+TEST(arithmetic_propagators, expressions_through_the_builder) {
+  // A comparison of two such trees, built into a solver: exactly the solutions of
+  // the tree's integer arithmetic. Expressions that may leave 0..31 or divide by
+  // 0 are refused by the builder; the rest post the families.
+  unsigned built = 0, refused = 0;
+  std::set<std::type_index> posted;
+  repeat(5, 800, [&](std::mt19937& g, int round, const std::string& where) {
+    const unsigned n = 2 + g() % 2;
+    domain_list d(n);
+    for (iset& s : d) s = random_subset(g, iset("0:6"), true);
+    tree t = nonlinear_tree(g, n, 2);
+    switch (round % 4) {
+      case 0: t = op<xml::FunctionEQ>(std::move(t), nonlinear_tree(g, n, 1)); break;
+      case 1: t = op<xml::FunctionNE>(std::move(t), nonlinear_tree(g, n, 1)); break;
+      case 2: t = op<xml::FunctionLE>(std::move(t), nonlinear_tree(g, n, 1)); break;
+      default: t = op<xml::FunctionGE>(std::move(t), nonlinear_tree(g, n, 1));
+    }
+    recording_solver s;
+    std::vector<unsigned> vars;
+    for (unsigned i = 0; i < n; ++i) vars.push_back(s.add_var(d[i], ("v" + std::to_string(i)).c_str()));
+    AST_builder b(s);
+    try {
+      b.connect_expr(vars, s.singleton_var(1), *t, AST_builder::usage_exact);
+      b.connectivity().create_all_constraints();
+    } catch (const AST_builder::unsupported&) {
+      ++refused;
+      return;
+    }
+    ++built;
+    for (unsigned c = 0; c < s.num_constraints(); ++c) posted.insert(typeid(*s.propagator(c)));
+    std::set<assignment> expected;
+    for_each_assignment(d, [&](const assignment& v) {
+      if (t->value(valuation(v)) == 1) expected.insert(v);
+      return true;
+    });
+    s.reported_variable_count = n;
+    s.all_solutions = true;
+    std::ostringstream out, text;
+    t->prefixExpression(text);
+    ASSERT_NO_THROW(s.solve(&out)) << where << " " << text.str();
+    EXPECT_EQ(s.solutions, expected) << where << " " << text.str() << " on " << show(d);
+  });
+  EXPECT_GT(built, refused) << built << " built, " << refused << " refused";
+  // The builder needs no propagator for abs: on 0..31 it is the identity.
+  for (const std::type_info* kind : {&typeid(mul_truncate_propagator), &typeid(less_equal_mul_propagator),
+                                     &typeid(greater_equal_mul_propagator), &typeid(div_propagator),
+                                     &typeid(mod_propagator), &typeid(pow_propagator)})
+    EXPECT_TRUE(posted.count(*kind)) << kind->name() << " never posted";
 }
 
 //==== combination ===========================================================
