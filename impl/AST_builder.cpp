@@ -39,7 +39,15 @@ const iset EMPTY;
 [[noreturn]] void missing(const std::string& what) {
   throw AST_builder::unsupported("Unsupported constraint: " + what + " has no propagator yet");
 }
-void post_pow(solver&, const std::vector<unsigned int>&) { missing("pow (pow_propagator)"); }
+// The power is posted strictly over 0..31 and the tree's is that of the integers:
+// they agree only when no base and exponent of the domains give more than 31.
+void post_pow(solver& s, const std::vector<unsigned int>& params) {
+  const iset base = s.stack().domain(params[1]), exponent = s.stack().domain(params[2]);
+  if (!base.empty() && !exponent.empty() &&
+      pow_propagator::evaluate(base.max(), exponent.max()) > small_iset::MAX_DOMAIN)
+    throw AST_builder::unsupported("Unsupported: a power can leave 0..31");
+  add_constraint_on_distinct(s, std::make_unique<pow_propagator>(), params);
+}
 void post_all_different(solver&, const std::vector<unsigned int>&) {
   missing("all_different (all_different_propagator)");
 }

@@ -1,6 +1,9 @@
 // The sum propagators: bounds filtering of the plain and weighted sums, the modular
 // sum, and the exact sums on whole sets. Each class's propagate is its entry point;
 // the linear combination also simplifies itself on fixed parameters (intersect_with).
+// Then the non-linear family: products, quotients, remainders and powers, which
+// enumerate pairs of values when the domains are small and reason on bounds when
+// they are not, and the bound forms of the product and of the absolute value.
 #include "impl/arithmetic_propagators.h"
 
 #include <algorithm>
@@ -15,6 +18,7 @@
 #include "impl/comparison_propagators.h"
 #include "impl/disjoint_propagation_algo.h"
 #include "impl/disjunction_specification.h"
+#include "impl/explanation_generators.h"
 #include "impl/propagation.h"
 
 namespace zelk {
@@ -1086,6 +1090,803 @@ void neg_propagator::print(std::ostream& os, const constraint_runtime_info* info
 
 std::unique_ptr<constraint_propagator> neg_propagator::clone() const {
   return std::make_unique<neg_propagator>(*this);
+}
+
+//==== approximated_arithmetic_propagator ======================================
+
+namespace {
+
+// r, x, y become the values of the pairs (a, b) of x and y whose value lies in r.
+template <class T>
+void enumerate_pairs(iset& r, iset& x, iset& y) {
+  int ys[32];
+  int n = 0;
+  for (int b : y) ys[n++] = b;
+  iset r_support, x_support, y_support;
+  for (int a : x)
+    for (int k = 0; k < n; ++k) {
+      const long long v = T::evaluate(a, ys[k]);
+      if (v < 0 || v > 31 || !r.contains(int(v))) continue;
+      r_support.insert(int(v));
+      x_support.insert(a);
+      y_support.insert(ys[k]);
+    }
+  r = r_support;
+  x = x_support;
+  y = y_support;
+}
+
+bool any_reduced(const constraint_runtime_info& info) {
+  for (unsigned int i = 0, n = info.arity(); i < n; ++i)
+    if (info.reduced_between_activations(i)) return true;
+  return false;
+}
+
+void copy_domains(const constraint_runtime_info& info, iset* d) {
+  for (unsigned int i = 0; i < 3; ++i) d[i] = info.domain(i);
+}
+
+bool any_empty(const iset* d) { return d[0].empty() || d[1].empty() || d[2].empty(); }
+
+void empty_all(iset* d) { d[0].clear(), d[1].clear(), d[2].clear(); }
+
+// "(" r "== " x op y ")"
+void print_ternary(std::ostream& os, const constraint_runtime_info& info, const char* relation,
+                   const char* op) {
+  info.print_prefix(os);
+  os << "(";
+  info.print_param(os, 0);
+  os << relation;
+  info.print_param(os, 1);
+  os << op;
+  info.print_param(os, 2);
+  os << ")";
+}
+
+// r relation "abs(" x ")"
+void print_abs(std::ostream& os, const constraint_runtime_info& info, const char* relation) {
+  info.print_prefix(os);
+  info.print_param(os, 0);
+  os << relation;
+  info.print_param(os, 1);
+  os << ")";
+}
+
+// The smallest member above 0; -1 if there is none.
+int smallest_positive(const iset& s) {
+  const iset p = s - iset::singleton(0);
+  return p.empty() ? -1 : p.min();
+}
+
+}  // namespace
+
+template <class T>
+propagation_types::result_type approximated_arithmetic_propagator<T>::propagate(
+    constraint_runtime_info& info) {
+  if (!any_reduced(info)) return CONSISTENT;
+  iset d[3];
+  copy_domains(info, d);
+  const unsigned int effort = info.effort();
+  while (!is_accurate(d[1], d[2], effort, info.accurate_size_pair_bound())) {
+    propagate_bounds(d, info);
+    if (d[0].empty()) return UNSAT;
+    if (!copy_domains_to_info(d, info)) return CONSISTENT;
+  }
+  propagate_accurately(d[0], d[1], d[2]);
+  if (d[0].empty()) return UNSAT;
+  copy_domains_or_bounds_to_info(d, info);
+  return CONSISTENT;
+}
+
+template <class T>
+bool approximated_arithmetic_propagator<T>::conflicts(const constraint_runtime_info& info) const {
+  iset d[3];
+  copy_domains(info, d);
+  if (any_empty(d)) return true;
+  const unsigned int effort = info.effort();
+  while (!is_accurate(d[1], d[2], effort, info.accurate_size_pair_bound())) {
+    const iset before[3] = {d[0], d[1], d[2]};
+    propagate_bounds(d, info);
+    if (d[0].empty()) return true;
+    if (std::equal(d, d + 3, before)) return false;
+  }
+  propagate_accurately(d[0], d[1], d[2]);
+  return d[0].empty();
+}
+
+template <class T>
+bool approximated_arithmetic_propagator<T>::constraint_check(
+    const constraint_runtime_info& info) const {
+  return T::evaluate(info.domain(1).min(), info.domain(2).min()) == info.domain(0).min();
+}
+
+template <class T>
+void approximated_arithmetic_propagator<T>::print(std::ostream& os,
+                                                  const constraint_runtime_info* info) const {
+  if (!info) {
+    os << long_name();
+    return;
+  }
+  print_ternary(os, *info, "== ", short_name());
+}
+
+template <class T>
+void approximated_arithmetic_propagator<T>::explain_propagation(
+    unsigned int param, const small_model::iset& literal, const small_model::iset& after,
+    const constraint_runtime_info& info, literal_vector& explanation) const {
+  if (info.effort() == 0) {
+    constraint_propagator::explain_propagation(param, literal, after, info, explanation);
+    return;
+  }
+  const std::unique_ptr<constraint_propagator> copy = clone();
+  explanation_generators::explain_propagation_tightly(*copy, param, literal, after, info,
+                                                      explanation);
+}
+
+template <class T>
+std::unique_ptr<constraint_propagator> approximated_arithmetic_propagator<T>::clone() const {
+  return std::make_unique<T>();
+}
+
+template <class T>
+void approximated_arithmetic_propagator<T>::propagate_bounds(
+    small_model::iset* domains, const constraint_runtime_info& info) const {
+  // The classes' reasoning reads bounds, which an empty set doesn't have.
+  if (!any_empty(domains)) propagate_unisigned_bounds(domains, info);
+  if (any_empty(domains)) empty_all(domains);
+}
+
+template <class T>
+bool approximated_arithmetic_propagator<T>::copy_domains_to_info(
+    const small_model::iset* domains, constraint_runtime_info& info) {
+  bool changed = false;
+  for (unsigned int i = 0; i < 3; ++i) {
+    if (info.domain(i) == domains[i]) continue;
+    info.set_domain(i, domains[i]);
+    changed = true;
+  }
+  return changed;
+}
+
+template <class T>
+void approximated_arithmetic_propagator<T>::copy_domains_or_bounds_to_info(
+    const small_model::iset* domains, constraint_runtime_info& info) {
+  const unsigned int ranges = info.max_accurate_ranges() + info.effort();
+  for (unsigned int i = 0; i < 3; ++i) {
+    const iset domain = info.domain(i), d = domains[i];
+    if (domain == d) continue;
+    if (ranges >= count_ranges_of_one(d.bits())) {
+      info.set_domain(i, d);
+    } else if (d.min() > domain.min() || d.max() < domain.max()) {
+      info.set_domain(i, domain & iset::clipped_range(d.min(), d.max()));
+    }
+  }
+}
+
+//==== mul_wrap_propagator =====================================================
+
+void mul_wrap_propagator::propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                               small_model::iset& y) const {
+  enumerate_pairs<mul_wrap_propagator>(r, x, y);
+}
+
+void mul_wrap_propagator::propagate_unisigned_bounds(small_model::iset* d,
+                                                     const constraint_runtime_info&) const {
+  iset &r = d[0], &x = d[1], &y = d[2];
+  intersect_wrapped(r, (long long)x.min() * y.min(), (long long)x.max() * y.max());
+  if (r.empty()) return;
+  if (!r.contains(0)) {
+    x.erase(0);
+    y.erase(0);
+    if (x.empty() || y.empty()) return;
+  }
+  // Beyond 31 the product may wrap, and then no quotient bounds a factor.
+  if ((long long)x.max() * y.max() > 31) return;
+  if (!x.contains(0)) {
+    intersect_wrapped(y, r.min() / x.max(), r.max() / x.min());
+    if (y.empty()) return;
+  }
+  if (!y.contains(0)) intersect_wrapped(x, r.min() / y.max(), r.max() / y.min());
+}
+
+//==== mul_truncate_propagator =================================================
+
+propagation_types::result_type mul_truncate_propagator::propagate(constraint_runtime_info& info) {
+  if (!any_reduced(info)) return CONSISTENT;
+  iset d[3];
+  copy_domains(info, d);
+  const unsigned int effort = info.effort(), pairs = info.accurate_size_pair_bound();
+  if (!is_accurate(d[1], d[2], effort, pairs)) {
+    algo(d).propagate_bounds();
+    if (d[0].empty()) return UNSAT;
+    if (!is_accurate(d[1], d[2], effort, pairs)) {
+      copy_domains_to_info(d, info);
+      return CONSISTENT;
+    }
+  }
+  propagate_accurately(d[0], d[1], d[2]);
+  if (d[0].empty()) return UNSAT;
+  copy_domains_or_bounds_to_info(d, info);
+  return CONSISTENT;
+}
+
+bool mul_truncate_propagator::conflicts(const constraint_runtime_info& info) const {
+  iset d[3];
+  copy_domains(info, d);
+  if (any_empty(d)) return true;
+  const unsigned int effort = info.effort(), pairs = info.accurate_size_pair_bound();
+  if (!is_accurate(d[1], d[2], effort, pairs)) {
+    algo(d).propagate_bounds();
+    if (d[0].empty()) return true;
+    if (!is_accurate(d[1], d[2], effort, pairs)) return false;
+  }
+  propagate_accurately(d[0], d[1], d[2]);
+  return d[0].empty();
+}
+
+void mul_truncate_propagator::propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                                   small_model::iset& y) const {
+  enumerate_pairs<mul_truncate_propagator>(r, x, y);
+}
+
+void mul_truncate_propagator::propagate_unisigned_bounds(small_model::iset*,
+                                                         const constraint_runtime_info&) const {
+  throw std::runtime_error(
+      "mul_truncate_propagator::propagate_unisigned_bounds() should never be called");
+}
+
+void mul_truncate_propagator::algo::propagate_bounds() {
+  iset* d = m_domains;
+  update_sizes();
+  propagate_out();
+  update_sizes();
+  for (;;) {
+    propagate_to_multiplicand(1);
+    const unsigned int y_size = d[2].size();
+    propagate_to_multiplicand(2);
+    if (d[2].size() != y_size) propagate_to_multiplicand(1);
+    if (!update_sizes()) break;
+    propagate_out();
+  }
+  if (any_empty(d)) empty_all(d);
+}
+
+bool mul_truncate_propagator::algo::update_sizes() {
+  bool changed = false;
+  for (unsigned int i = 0; i < 3; ++i) {
+    const unsigned int size = m_domains[i].size();
+    changed |= size != m_sizes[i];
+    m_sizes[i] = size;
+  }
+  return changed;
+}
+
+void mul_truncate_propagator::algo::propagate_out() {
+  iset* d = m_domains;
+  if (any_empty(d)) return;
+  const long long lo = (long long)d[1].min() * d[2].min();
+  const long long hi = std::min<long long>((long long)d[1].max() * d[2].max(), 31);
+  if (hi < lo) {
+    d[0].clear();
+    return;
+  }
+  d[0] &= iset::clipped_range(lo, hi);
+}
+
+void mul_truncate_propagator::algo::propagate_to_multiplicand(unsigned int i) {
+  iset* d = m_domains;
+  if (any_empty(d)) return;
+  // With a zero on both sides every value of parameter i has the support 0 * v.
+  if (d[0].contains(0) && d[3 - i].contains(0)) return;
+  iset supported;
+  insert_zero_supported_multiplicand(supported, i);
+  insert_positive_supported_multiplicand_bounds(supported, i);
+  d[i] &= supported;
+}
+
+void mul_truncate_propagator::algo::insert_zero_supported_multiplicand(
+    small_model::iset& supported, unsigned int i) const {
+  if (m_domains[0].contains(0) && m_domains[i].contains(0)) supported.insert(0);
+}
+
+void mul_truncate_propagator::algo::insert_positive_supported_multiplicand_bounds(
+    small_model::iset& supported, unsigned int i) const {
+  const iset &r = m_domains[0], &o = m_domains[3 - i];
+  const int r_low = smallest_positive(r), o_low = smallest_positive(o);
+  if (r_low < 0 || o_low < 0) return;
+  // v * w = p with p in r, w in o, both above 0: p / max(o) <= v <= max(r) / w.
+  insert_interval(supported, (r_low + o.max() - 1) / o.max(), r.max() / o_low);
+}
+
+void mul_truncate_propagator::algo::insert_interval(small_model::iset& supported, long long lo,
+                                                    long long hi) {
+  supported |= iset::clipped_range(lo, hi);
+}
+
+//==== div_propagator ==========================================================
+
+void div_propagator::explain_propagation(unsigned int param, const small_model::iset& literal,
+                                         const small_model::iset& after,
+                                         const constraint_runtime_info& info,
+                                         literal_vector& explanation) const {
+  const std::unique_ptr<constraint_propagator> copy = clone();
+  explanation_generators::explain_propagation_tightly(*copy, param, literal, after, info,
+                                                      explanation);
+}
+
+void div_propagator::propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                          small_model::iset& y) const {
+  enumerate_pairs<div_propagator>(r, x, y);
+}
+
+void div_propagator::propagate_unisigned_bounds(small_model::iset* d,
+                                                const constraint_runtime_info&) const {
+  iset &r = d[0], &x = d[1], &y = d[2];
+  // z: the support (r = 0, y = 0) is open, and then x is free.
+  bool z = false;
+  if (!r.contains(0)) {
+    x.erase(0);
+    y.erase(0);
+    if (x.empty() || y.empty()) return;
+  } else {
+    z = y.contains(0);
+  }
+  y.erase(0);
+  if (!y.empty()) {
+    propagate_unisigned_bounds_division(r, x, y);
+    if (!r.empty()) {
+      if (!z) propagate_unisigned_bounds_dividend(r, x, y);
+      // Without z the dividend step may have emptied x, and the divisor has no
+      // bound to read then.
+      if (z || !x.empty()) {
+        propagate_unisigned_bounds_divisor(r, x, y);
+        if (z) {
+          r.insert(0);
+          y.insert(0);
+        }
+        return;
+      }
+    }
+  }
+  // No pair with y above 0 is left.
+  r.clear();
+  y.clear();
+  if (z) {
+    r.insert(0);
+    y.insert(0);
+  } else {
+    x.clear();
+  }
+}
+
+void div_propagator::propagate_unisigned_bounds_division(small_model::iset& r,
+                                                         const small_model::iset& x,
+                                                         const small_model::iset& y) {
+  intersect_truncated(r, x.min() / y.max(), x.max() / y.min());
+}
+
+void div_propagator::propagate_unisigned_bounds_dividend(const small_model::iset& r,
+                                                         small_model::iset& x,
+                                                         const small_model::iset& y) {
+  // x = r * y + a remainder below y.
+  const long long m = (long long)r.max() * y.max(), s = y.max() - 1;
+  if (m >= 1) {
+    intersect_truncated(x, (long long)r.min() * y.min(), m + s);
+  } else {
+    intersect_truncated(x, 0, s);
+  }
+}
+
+void div_propagator::propagate_unisigned_bounds_divisor(const small_model::iset& r,
+                                                        const small_model::iset& x,
+                                                        small_model::iset& y) {
+  // The divisors that give 0 with some x: those above min(x).
+  iset zero_part;
+  if (r.contains(0)) zero_part = y & iset::clipped_range(x.min() + 1, 31);
+  const iset p = r - iset::singleton(0);
+  if (p.empty()) {
+    y = zero_part;
+    return;
+  }
+  // x / y <= max(p) means y > x / (max(p) + 1); x / y >= min(p) means y <= x / min(p).
+  const long long a = x.min() / (p.max() + 1), lo = a >= 1 ? a + 1 : 0;
+  const long long hi = x.max() / p.min();
+  if (lo <= hi) y &= iset::clipped_range(lo, hi);
+  y |= zero_part;
+}
+
+//==== mod_propagator ==========================================================
+
+void mod_propagator::explain_propagation(unsigned int param, const small_model::iset& literal,
+                                         const small_model::iset& after,
+                                         const constraint_runtime_info& info,
+                                         literal_vector& explanation) const {
+  const std::unique_ptr<constraint_propagator> copy = clone();
+  explanation_generators::explain_propagation_tightly(*copy, param, literal, after, info,
+                                                      explanation);
+}
+
+void mod_propagator::propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                          small_model::iset& y) const {
+  enumerate_pairs<mod_propagator>(r, x, y);
+}
+
+void mod_propagator::propagate_unisigned_bounds(small_model::iset* d,
+                                                const constraint_runtime_info&) const {
+  iset &r = d[0], &x = d[1], &y = d[2];
+  if (y.is_singleton()) {
+    propagate_accurately(r, x, y);
+  } else if (r.contains(0) && y.contains(0)) {
+    // Every x has the support (r = 0, y = 0).
+    const iset x_before = x;
+    propagate_unisigned_bounds_base(r, x, y);
+    r.insert(0);
+    y.insert(0);
+    x = x_before;
+  } else {
+    propagate_unisigned_bounds_base(r, x, y);
+  }
+}
+
+void mod_propagator::propagate_unisigned_bounds_base(small_model::iset& r, small_model::iset& x,
+                                                     small_model::iset& y) {
+  if (!r.contains(0)) {
+    x.erase(0);
+    y.erase(0);
+    if (x.empty() || y.empty()) return;
+  }
+  y.erase(0);
+  if (!r.empty() && !x.empty() && !y.empty()) propagate_positive_bounds(r, x, y);
+}
+
+void mod_propagator::propagate_positive_bounds(small_model::iset& r, small_model::iset& x,
+                                               const small_model::iset& y) {
+  if (x.max() < y.min()) {
+    // Every x is below every y: the remainder is x itself.
+    r &= x;
+    x = r;
+    return;
+  }
+  r &= iset::clipped_range(0, y.max() - 1);
+  const int m = y.min();
+  if (!y.is_singleton() || x.is_full() || int(x.size()) >= m) return;
+  // Fewer values than the modulus: each run passes at most one multiple of it.
+  iset r_support, x_support;
+  for (auto it = x.begin(); it != x.end(); it.advance_range()) {
+    int a = it.current_range().first;
+    const int b = it.current_range().second;
+    if (b % m < a % m) {
+      const int t = b - b % m;
+      accumulate_positive_bounds(r_support, x_support, r, a, t - 1, m);
+      a = t;
+    }
+    accumulate_positive_bounds(r_support, x_support, r, a, b, m);
+  }
+  r &= r_support;
+  x &= x_support;
+}
+
+void mod_propagator::accumulate_positive_bounds(small_model::iset& r_support,
+                                                small_model::iset& x_support,
+                                                const small_model::iset& r, int a, int b, int m) {
+  const int lo = a % m, hi = b % m;
+  const iset t = r & iset::clipped_range(lo, hi);
+  if (t.empty()) return;
+  r_support |= t;
+  // The run maps a + k to lo + k; back up again by a - lo, which stays within a..b.
+  x_support |= iset::from_bits(t.bits() << unsigned(a - lo));
+}
+
+//==== pow_propagator ==========================================================
+
+void pow_propagator::propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                          small_model::iset& y) const {
+  enumerate_pairs<pow_propagator>(r, x, y);
+}
+
+void pow_propagator::propagate_unisigned_bounds(small_model::iset* d,
+                                                const constraint_runtime_info&) const {
+  iset &r = d[0], &x = d[1], &y = d[2];
+  const iset zero_one = iset::clipped_range(0, 1);
+  if (x.subset_of(zero_one)) {
+    // 0 ** y = 0 and 1 ** y = 1: the power is the base.
+    r &= x;
+    x = r;
+    return;
+  }
+  if (!y.subset_of(zero_one)) return;
+  iset r_support, x_support, y_support;
+  if (y.contains(0) && x != iset::singleton(0) && r.contains(1)) {
+    r_support.insert(1);
+    x_support |= iset::full() - iset::singleton(0);
+    y_support.insert(0);
+  }
+  if (y.contains(1) && r.intersects(x)) {
+    r_support |= x;
+    x_support |= r;
+    y_support.insert(1);
+  }
+  if (x.contains(0) && r.contains(0)) {
+    r_support.insert(0);
+    x_support.insert(0);
+    y_support = iset::full();
+  }
+  r &= r_support;
+  x &= x_support;
+  y &= y_support;
+}
+
+long long pow_propagator::evaluate(long long base, long long exponent) {
+  if (base == 0) return 0;
+  if (base == 1) return 1;
+  if (base == 2) return 1LL << exponent;
+  return nontrivial_pow(base, exponent);
+}
+
+long long pow_propagator::nontrivial_pow(long long base, long long exponent) {
+  if (exponent > 4) {
+    // Base 3 or more: the square of a half power of 2 or more is already beyond
+    // 31, so an odd exponent needs no last factor.
+    const long long h = nontrivial_pow(base, exponent / 2);
+    return h >= 32 ? h : h * h;
+  }
+  long long product = 1;
+  for (long long i = 0; i < exponent && product < 32; ++i) product *= base;
+  return product;
+}
+
+template class approximated_arithmetic_propagator<mul_wrap_propagator>;
+template class approximated_arithmetic_propagator<mul_truncate_propagator>;
+template class approximated_arithmetic_propagator<div_propagator>;
+template class approximated_arithmetic_propagator<mod_propagator>;
+template class approximated_arithmetic_propagator<pow_propagator>;
+
+//==== less_equal_mul_propagator ===============================================
+
+propagation_types::result_type less_equal_mul_propagator::init(constraint_runtime_info& info) {
+  info.allocate_watch(0, LOWER_BOUND_WATCH);
+  info.allocate_watch(1, UPPER_BOUND_WATCH);
+  info.allocate_watch(2, UPPER_BOUND_WATCH);
+  return VALID;
+}
+
+propagation_types::result_type less_equal_mul_propagator::propagate(
+    constraint_runtime_info& info) {
+  if (any_empty(info)) return UNSAT;
+  iset r = info.domain(0);
+  const long long m = (long long)info.domain(1).max() * info.domain(2).max();
+  if (m < r.min()) return UNSAT;
+  if (m < r.max()) info.set_domain(0, r & iset::clipped_range(r.min(), m));
+  propagate_to_multiplicand(1, info);
+  propagate_to_multiplicand(2, info);
+  return CONSISTENT;
+}
+
+void less_equal_mul_propagator::propagate_to_multiplicand(unsigned int i,
+                                                          constraint_runtime_info& info) {
+  const int low = info.domain(0).min();
+  if (low == 0) return;
+  // propagate has ruled out max(o) = 0: then no product reaches min(r) > 0.
+  const int t = (low - 1) / info.domain(3 - i).max();
+  const iset d = info.domain(i), too_small = iset::clipped_range(0, t);
+  if (d.intersects(too_small)) info.set_domain(i, d - too_small);
+}
+
+bool less_equal_mul_propagator::conflicts(const constraint_runtime_info& info) const {
+  return any_empty(info) ||
+         (long long)info.domain(1).max() * info.domain(2).max() < info.domain(0).min();
+}
+
+bool less_equal_mul_propagator::constraint_check(const constraint_runtime_info& info) const {
+  return (long long)info.domain(1).min() * info.domain(2).min() >= info.domain(0).min();
+}
+
+void less_equal_mul_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "le_mul";
+    return;
+  }
+  print_ternary(os, *info, "<= ", "*");
+}
+
+std::unique_ptr<constraint_propagator> less_equal_mul_propagator::clone() const {
+  return std::make_unique<less_equal_mul_propagator>(*this);
+}
+
+namespace {
+
+// r <= c * q (sign 1) or r >= c * q (sign -1) with a fixed factor c, as a linear
+// constraint; null when neither factor is fixed.
+std::unique_ptr<constraint_propagator> intersect_mul(const constraint_runtime_info& info,
+                                                     std::vector<unsigned int>& kept, int sign) {
+  unsigned int fixed = 1;
+  if (!info.domain(1).is_singleton()) fixed = 2;
+  if (!info.domain(fixed).is_singleton()) return nullptr;
+  const int c = info.domain(fixed).min();
+  const unsigned int q = 3 - fixed;
+  kept.clear();
+  if (info.domain(0).is_singleton()) {
+    kept.push_back(q);
+    return std::make_unique<linear_combination_ge_propagator>(sign * info.domain(0).min(),
+                                                              std::vector<int>{sign * c});
+  }
+  kept.push_back(sign > 0 ? q : 0);
+  kept.push_back(sign > 0 ? 0 : q);
+  if (c == 1) return std::make_unique<difference_ge_propagator>(0);
+  return std::make_unique<linear_combination_ge_propagator>(
+      0, sign > 0 ? std::vector<int>{c, -1} : std::vector<int>{1, -c});
+}
+
+}  // namespace
+
+std::unique_ptr<constraint_propagator> less_equal_mul_propagator::intersect_with(
+    const constraint_runtime_info& info, std::vector<unsigned int>& kept) const {
+  return intersect_mul(info, kept, 1);
+}
+
+//==== greater_equal_mul_propagator ============================================
+
+propagation_types::result_type greater_equal_mul_propagator::init(constraint_runtime_info& info) {
+  info.allocate_watch(0, UPPER_BOUND_WATCH);
+  info.allocate_watch(1, LOWER_BOUND_WATCH);
+  info.allocate_watch(2, LOWER_BOUND_WATCH);
+  return VALID;
+}
+
+propagation_types::result_type greater_equal_mul_propagator::propagate(
+    constraint_runtime_info& info) {
+  if (any_empty(info)) return UNSAT;
+  iset r = info.domain(0);
+  const long long m = (long long)info.domain(1).min() * info.domain(2).min();
+  if (m > r.max()) return UNSAT;
+  if (m > r.min()) info.set_domain(0, r & iset::clipped_range(m, r.max()));
+  propagate_to_multiplicand(1, info);
+  propagate_to_multiplicand(2, info);
+  return CONSISTENT;
+}
+
+void greater_equal_mul_propagator::propagate_to_multiplicand(unsigned int i,
+                                                             constraint_runtime_info& info) {
+  const iset o = info.domain(3 - i);
+  // A zero factor keeps every product at 0.
+  if (o.contains(0)) return;
+  const int b = info.domain(0).max() / o.min() + 1;
+  if (b > 31) return;
+  const iset d = info.domain(i), too_large = iset::clipped_range(b, 31);
+  if (d.intersects(too_large)) info.set_domain(i, d - too_large);
+}
+
+bool greater_equal_mul_propagator::conflicts(const constraint_runtime_info& info) const {
+  return any_empty(info) ||
+         (long long)info.domain(1).min() * info.domain(2).min() > info.domain(0).max();
+}
+
+bool greater_equal_mul_propagator::constraint_check(const constraint_runtime_info& info) const {
+  return (long long)info.domain(1).min() * info.domain(2).min() <= info.domain(0).min();
+}
+
+void greater_equal_mul_propagator::print(std::ostream& os,
+                                         const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "le_mul";
+    return;
+  }
+  print_ternary(os, *info, ">= ", "*");
+}
+
+std::unique_ptr<constraint_propagator> greater_equal_mul_propagator::clone() const {
+  return std::make_unique<greater_equal_mul_propagator>(*this);
+}
+
+std::unique_ptr<constraint_propagator> greater_equal_mul_propagator::intersect_with(
+    const constraint_runtime_info& info, std::vector<unsigned int>& kept) const {
+  return intersect_mul(info, kept, -1);
+}
+
+//==== abs_propagator ==========================================================
+
+propagation_types::result_type abs_propagator::propagate(constraint_runtime_info& info) {
+  const iset r = info.domain(0), x = info.domain(1);
+  if (r == x) return CONSISTENT;
+  const iset s = r & x;
+  if (s.empty()) return UNSAT;
+  info.set_domain(0, s);
+  info.set_domain(1, s);
+  return CONSISTENT;
+}
+
+bool abs_propagator::conflicts(const constraint_runtime_info& info) const {
+  return info.domain(0).disjoint(info.domain(1));
+}
+
+bool abs_propagator::constraint_check(const constraint_runtime_info& info) const {
+  return info.domain(0).min() == info.domain(1).min();
+}
+
+void abs_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "abs";
+    return;
+  }
+  print_abs(os, *info, "== abs(");
+}
+
+std::unique_ptr<constraint_propagator> abs_propagator::clone() const {
+  return std::make_unique<abs_propagator>(*this);
+}
+
+//==== greater_equal_abs_propagator ============================================
+
+propagation_types::result_type greater_equal_abs_propagator::propagate(
+    constraint_runtime_info& info) {
+  if (any_empty(info)) return UNSAT;
+  const iset r = info.domain(0), x = info.domain(1);
+  const int m = x.min();
+  if (m > r.min()) {
+    if (m > r.max()) return UNSAT;
+    info.set_domain(0, r & iset::clipped_range(m, 31));
+  }
+  if (x.max() > r.max()) info.set_domain(1, x & iset::clipped_range(0, r.max()));
+  return CONSISTENT;
+}
+
+bool greater_equal_abs_propagator::conflicts(const constraint_runtime_info& info) const {
+  return any_empty(info) || info.domain(1).min() > info.domain(0).max();
+}
+
+bool greater_equal_abs_propagator::constraint_check(const constraint_runtime_info& info) const {
+  return info.domain(0).min() >= info.domain(1).min();
+}
+
+void greater_equal_abs_propagator::print(std::ostream& os,
+                                         const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "greater_equal_abs";
+    return;
+  }
+  print_abs(os, *info, ">= abs(");
+}
+
+std::unique_ptr<constraint_propagator> greater_equal_abs_propagator::clone() const {
+  return std::make_unique<greater_equal_abs_propagator>(*this);
+}
+
+//==== less_equal_abs_propagator ===============================================
+
+propagation_types::result_type less_equal_abs_propagator::propagate(
+    constraint_runtime_info& info) {
+  if (any_empty(info)) return UNSAT;
+  const iset r = info.domain(0), x = info.domain(1);
+  const int a = x.max(), l = r.min();
+  if (r.max() > a) {
+    const iset cut = r & iset::clipped_range(0, a);
+    if (cut.empty()) return UNSAT;
+    info.set_domain(0, cut);
+  }
+  if (l == 0) return CONSISTENT;
+  const iset too_small = iset::clipped_range(0, l - 1);
+  if (x.intersects(too_small)) info.set_domain(1, x - too_small);
+  return CONSISTENT;
+}
+
+bool less_equal_abs_propagator::conflicts(const constraint_runtime_info& info) const {
+  return any_empty(info) || info.domain(0).min() > info.domain(1).max();
+}
+
+bool less_equal_abs_propagator::constraint_check(const constraint_runtime_info& info) const {
+  return info.domain(0).min() <= info.domain(1).min();
+}
+
+void less_equal_abs_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "less_equal_abs";
+    return;
+  }
+  print_abs(os, *info, "<= abs(");
+}
+
+std::unique_ptr<constraint_propagator> less_equal_abs_propagator::clone() const {
+  return std::make_unique<less_equal_abs_propagator>(*this);
 }
 
 }  // namespace zelk

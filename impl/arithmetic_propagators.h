@@ -8,6 +8,18 @@
 //   sum_truncate_propagator          r = x + y, no wrapping       (whole sets)
 //   neg_propagator                   r = -x mod 32                (whole sets)
 //
+// and the non-linear ones, all over the values 0..31:
+//
+//   mul_wrap_propagator              r = x * y mod 32             (pairs, or bounds)
+//   mul_truncate_propagator          r = x * y <= 31              (pairs, or bounds)
+//   div_propagator                   r = x / y, 0 when y = 0      (pairs, or bounds)
+//   mod_propagator                   r = x mod y, 0 when y = 0    (pairs, or bounds)
+//   pow_propagator                   r = x ** y <= 31, 0 ** 0 = 0 (pairs, or bounds)
+//   less_equal_mul_propagator        r <= x * y                   (domains)
+//   greater_equal_mul_propagator     r >= x * y                   (domains)
+//   abs_propagator, greater_equal_abs_propagator, less_equal_abs_propagator:
+//                                    r = |x|, r >= |x|, r <= |x|; |x| = x here
+//
 // The bounds propagators reach their fixed point in one pass and allocate nothing;
 // the set propagators run on the word arithmetic of impl/propagation.h.
 #ifndef ZELK_IMPL_ARITHMETIC_PROPAGATORS_H
@@ -280,6 +292,249 @@ class neg_propagator : public constraint_propagator {
   void print(std::ostream& os, const constraint_runtime_info* info) const override;
   std::unique_ptr<constraint_propagator> clone() const override;
 };
+
+//==== non-linear arithmetic ====================================================
+
+// r = x op y, parameters (r, x, y), T the concrete class. When the domains of x and
+// y give few enough pairs the pairs are enumerated and the three domains become
+// exactly the supported values; otherwise the class's bound reasoning runs on a
+// local copy until it changes nothing or the pairs become few enough. A result
+// with more runs than the tuning bound allows is written by its bounds only, so
+// that a domain doesn't fragment into many small holes. Effort enlarges both bounds.
+template <class T>
+class approximated_arithmetic_propagator : public constraint_propagator,
+                                           protected arithmetic_propagation_types {
+ public:
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  // The trivial clause at effort 0; above it, the tight generator.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+
+  // Reduces r, x and y to the values that appear in a pair (x, y) whose result is in r.
+  virtual void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                                    small_model::iset& y) const = 0;
+  // The class's reasoning on bounds over domains[0..2] = r, x, y; sound, not exact.
+  // The sets are never empty on entry.
+  virtual void propagate_unisigned_bounds(small_model::iset* domains,
+                                          const constraint_runtime_info& info) const = 0;
+  virtual const char* short_name() const = 0;
+  virtual const char* long_name() const = 0;
+
+  // Few enough pairs to enumerate; never with a full set, at any effort.
+  static bool is_accurate(const small_model::iset& x, const small_model::iset& y,
+                          unsigned int effort, unsigned int pair_bound) {
+    if (x.is_full() || y.is_full()) return false;
+    return (unsigned long long)x.size() * y.size() <= 10ULL * effort + pair_bound;
+  }
+  // propagate_unisigned_bounds, then all three empty if one is, so that a failure
+  // reads the same from every parameter.
+  void propagate_bounds(small_model::iset* domains, const constraint_runtime_info& info) const;
+  // Writes every domain that differs from its set; true if one did.
+  static bool copy_domains_to_info(const small_model::iset* domains,
+                                   constraint_runtime_info& info);
+  // As copy_domains_to_info, but a set with too many runs only narrows the bounds.
+  static void copy_domains_or_bounds_to_info(const small_model::iset* domains,
+                                             constraint_runtime_info& info);
+};
+
+// r = x * y modulo 32.
+class mul_wrap_propagator : public approximated_arithmetic_propagator<mul_wrap_propagator> {
+ public:
+  void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                            small_model::iset& y) const override;
+  void propagate_unisigned_bounds(small_model::iset* domains,
+                                  const constraint_runtime_info& info) const override;
+  const char* short_name() const override { return "*"; }
+  const char* long_name() const override { return "mul"; }
+  static long long evaluate(long long x, long long y) { return x * y % 32; }
+};
+
+// r = x * y, and x * y is at most 31. Its bound reasoning is a fixed point of its
+// own (algo), run once per activation.
+class mul_truncate_propagator
+    : public approximated_arithmetic_propagator<mul_truncate_propagator> {
+ public:
+  // One bound pass over r, x, y.
+  struct algo {
+    explicit algo(small_model::iset* domains) : m_domains(domains) {}
+    // Products to r and quotients to x and y until nothing changes; all three
+    // empty if one is.
+    void propagate_bounds();
+    // True if a size differs from the stored one; stores the sizes.
+    bool update_sizes();
+    // r within the products of the bounds of x and y, cut at 31.
+    void propagate_out();
+    // Parameter i (1 for x, 2 for y) within the values that times a value of the
+    // other one give a value of r.
+    void propagate_to_multiplicand(unsigned int i);
+    void insert_zero_supported_multiplicand(small_model::iset& supported, unsigned int i) const;
+    void insert_positive_supported_multiplicand_bounds(small_model::iset& supported,
+                                                       unsigned int i) const;
+    static void insert_interval(small_model::iset& supported, long long lo, long long hi);
+
+    small_model::iset* m_domains;
+    unsigned int m_sizes[3] = {0, 0, 0};
+  };
+
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                            small_model::iset& y) const override;
+  // Never called: algo takes its place. Raises std::runtime_error.
+  void propagate_unisigned_bounds(small_model::iset* domains,
+                                  const constraint_runtime_info& info) const override;
+  const char* short_name() const override { return "*"; }
+  const char* long_name() const override { return "mul"; }
+  static long long evaluate(long long x, long long y) { return x * y; }
+};
+
+// r = x / y rounded down; y = 0 gives r = 0.
+class div_propagator : public approximated_arithmetic_propagator<div_propagator> {
+ public:
+  // The tight generator at every effort.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                            small_model::iset& y) const override;
+  void propagate_unisigned_bounds(small_model::iset* domains,
+                                  const constraint_runtime_info& info) const override;
+  const char* short_name() const override { return "/"; }
+  const char* long_name() const override { return "div"; }
+  static long long evaluate(long long x, long long y) { return y == 0 ? 0 : x / y; }
+
+  // The three steps of the bound reasoning, on a divisor y without 0.
+  static void propagate_unisigned_bounds_division(small_model::iset& r, const small_model::iset& x,
+                                                  const small_model::iset& y);
+  static void propagate_unisigned_bounds_dividend(const small_model::iset& r, small_model::iset& x,
+                                                  const small_model::iset& y);
+  static void propagate_unisigned_bounds_divisor(const small_model::iset& r,
+                                                 const small_model::iset& x, small_model::iset& y);
+};
+
+// r = x mod y; y = 0 gives r = 0.
+class mod_propagator : public approximated_arithmetic_propagator<mod_propagator> {
+ public:
+  // The tight generator at every effort.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                            small_model::iset& y) const override;
+  void propagate_unisigned_bounds(small_model::iset* domains,
+                                  const constraint_runtime_info& info) const override;
+  const char* short_name() const override { return "%"; }
+  const char* long_name() const override { return "mod"; }
+  static long long evaluate(long long x, long long y) { return y == 0 ? 0 : x % y; }
+
+  // The reasoning without the support (r = 0, y = 0).
+  static void propagate_unisigned_bounds_base(small_model::iset& r, small_model::iset& x,
+                                              small_model::iset& y);
+  // r, x and y non-empty, y without 0.
+  static void propagate_positive_bounds(small_model::iset& r, small_model::iset& x,
+                                        const small_model::iset& y);
+  // The remainders of the run a..b of x modulo m (a run that passes no multiple of
+  // m) that lie in r, and the values of x that give them.
+  static void accumulate_positive_bounds(small_model::iset& r_support,
+                                         small_model::iset& x_support,
+                                         const small_model::iset& r, int a, int b, int m);
+};
+
+// r = base ** exponent, and the result is at most 31; 0 ** 0 is 0.
+class pow_propagator : public approximated_arithmetic_propagator<pow_propagator> {
+ public:
+  void propagate_accurately(small_model::iset& r, small_model::iset& x,
+                            small_model::iset& y) const override;
+  // Exact when x lies in {0, 1} or y does; nothing otherwise.
+  void propagate_unisigned_bounds(small_model::iset* domains,
+                                  const constraint_runtime_info& info) const override;
+  const char* short_name() const override { return "**"; }
+  const char* long_name() const override { return "pow"; }
+  // The power, or some value of 32 or more when it exceeds 31. Exponents up to 31.
+  static long long evaluate(long long base, long long exponent);
+  // Base 3 or more.
+  static long long nontrivial_pow(long long base, long long exponent);
+};
+
+// r <= x * y, parameters (r, x, y). Domain consistent.
+class less_equal_mul_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  // With x or y fixed, a linear constraint; null otherwise.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+
+  // Removes the values of parameter i too small to reach min(r).
+  static void propagate_to_multiplicand(unsigned int i, constraint_runtime_info& info);
+};
+
+// r >= x * y, parameters (r, x, y). Domain consistent.
+class greater_equal_mul_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+
+  // Removes the values of parameter i too large to stay within max(r).
+  static void propagate_to_multiplicand(unsigned int i, constraint_runtime_info& info);
+};
+
+// r = |x|, parameters (r, x); on values 0..31 that is r = x.
+class abs_propagator : public tight1_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 2; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+};
+
+// r >= |x|, parameters (r, x).
+class greater_equal_abs_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 2; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+};
+
+// r <= |x|, parameters (r, x).
+class less_equal_abs_propagator : public tight_constraint_propagator {
+ public:
+  unsigned int count_params() const override { return 2; }
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  std::unique_ptr<constraint_propagator> clone() const override;
+};
+
+extern template class approximated_arithmetic_propagator<mul_wrap_propagator>;
+extern template class approximated_arithmetic_propagator<mul_truncate_propagator>;
+extern template class approximated_arithmetic_propagator<div_propagator>;
+extern template class approximated_arithmetic_propagator<mod_propagator>;
+extern template class approximated_arithmetic_propagator<pow_propagator>;
 
 }  // namespace zelk
 

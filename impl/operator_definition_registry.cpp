@@ -79,36 +79,33 @@ void post_literal_or_equal(solver& s, iset literal, unsigned int r, unsigned int
 
 namespace {
 
-// Stand-ins for the propagators still to come. Each refuses the model with the
-// name of what is missing; a propagator that lands replaces its one line here.
-[[noreturn]] void missing(const char* what) {
-  throw AST_builder::unsupported(std::string("Unsupported constraint: ") + what +
-                                 " has no propagator yet");
+// The non-linear operators, each on its own propagator; parameters (r, x[, y]).
+void post_abs(solver& s, unsigned int r, unsigned int x) {
+  add_constraint_on_distinct(s, std::make_unique<abs_propagator>(), {r, x});
 }
-void post_abs(solver&, unsigned int, unsigned int) { missing("abs (abs_propagator)"); }
-void post_less_equal_abs(solver&, unsigned int, unsigned int) {
-  missing("r <= abs(x) (less_equal_abs_propagator)");
+void post_less_equal_abs(solver& s, unsigned int r, unsigned int x) {
+  add_constraint_on_distinct(s, std::make_unique<less_equal_abs_propagator>(), {r, x});
 }
-void post_greater_equal_abs(solver&, unsigned int, unsigned int) {
-  missing("r >= abs(x) (greater_equal_abs_propagator)");
+void post_greater_equal_abs(solver& s, unsigned int r, unsigned int x) {
+  add_constraint_on_distinct(s, std::make_unique<greater_equal_abs_propagator>(), {r, x});
 }
-void post_mul_truncate(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("mul (mul_truncate_propagator)");
+void post_mul_truncate(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<mul_truncate_propagator>(), {r, x, y});
 }
-void post_less_equal_mul(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("r <= x * y (less_equal_mul_propagator)");
+void post_less_equal_mul(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<less_equal_mul_propagator>(), {r, x, y});
 }
-void post_greater_equal_mul(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("r >= x * y (greater_equal_mul_propagator)");
+void post_greater_equal_mul(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<greater_equal_mul_propagator>(), {r, x, y});
 }
-void post_pow(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("pow (pow_propagator)");
+void post_pow(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<pow_propagator>(), {r, x, y});
 }
-void post_div(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("div (div_propagator)");
+void post_div(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<div_propagator>(), {r, x, y});
 }
-void post_mod(solver&, unsigned int, unsigned int, unsigned int) {
-  missing("mod (mod_propagator)");
+void post_mod(solver& s, unsigned int r, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<mod_propagator>(), {r, x, y});
 }
 
 const iset& domain_of(const operator_connectivity& connectivity, unsigned int v) {
