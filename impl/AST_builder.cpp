@@ -216,8 +216,13 @@ void AST_builder::connect_expr(const std::vector<unsigned int>& vars, unsigned i
     case xml::F_NEG: connect_neg(vars, result, ast); return;
     case xml::F_POW: post_pow(m_solver, connect_arguments(vars, result, ast)); return;
     case xml::F_IF: connect_if(vars, result, ast); return;
-    case xml::F_MIN: post_min(m_solver, connect_arguments(vars, result, ast)); return;
-    case xml::F_MAX: post_max(m_solver, connect_arguments(vars, result, ast)); return;
+    case xml::F_MIN:
+    case xml::F_MAX: {
+      const std::vector<unsigned int> params = connect_arguments(vars, result, ast);
+      bound_extremum(params, ast.getType() == xml::F_MIN);
+      (ast.getType() == xml::F_MIN ? post_min : post_max)(m_solver, params);
+      return;
+    }
     case xml::F_EQ:
     case xml::F_IFF: connect_eq(vars, result, true, ast, usage); return;
     case xml::F_NE:
@@ -275,8 +280,8 @@ void AST_builder::check_range(int type, unsigned int a, unsigned int b) const {
   // the domains of the arguments; otherwise the model is refused rather than
   // answered with a clipped value. The same holds for folded constants, which
   // are singletons here.
-  const iset& da = domain(a);
-  const iset& db = domain(b);
+  const iset da = domain(a);
+  const iset db = domain(b);
   switch (type) {
     case xml::F_ADD:
       if ((long long)da.max() + db.max() > small_iset::MAX_DOMAIN)
@@ -428,7 +433,7 @@ void AST_builder::connect_neg(const std::vector<unsigned int>& vars, unsigned in
                               const AST& ast) {
   // -x is negative for every positive x: only x = 0 keeps it in 0..31.
   const std::vector<unsigned int> params = connect_arguments(vars, result, ast);
-  const iset& d = domain(params[1]);
+  const iset d = domain(params[1]);
   if (!d.subset_of(iset::singleton(0)))
     throw unsupported("Unsupported: the negation of a value that can be positive");
   intersect_variable(d, result);
@@ -672,6 +677,24 @@ unsigned int AST_builder::ne_to_var(const std::vector<unsigned int>& vars, const
 
 //==== conditionals and connectives ============================================
 
+void AST_builder::bound_extremum(const std::vector<unsigned int>& params, bool is_min) {
+  // Cut the result to the range an extremum of the arguments can reach, so that
+  // an enclosing sum is judged by it rather than by 0..31.
+  long long lo = is_min ? 31 : 0, hi = is_min ? 31 : 0;
+  for (std::size_t i = 1; i < params.size(); ++i) {
+    const iset d = domain(params[i]);
+    if (d.empty()) return;  // the model is unsatisfiable; the propagator says so
+    if (is_min) {
+      lo = std::min<long long>(lo, d.min());
+      hi = std::min<long long>(hi, d.max());
+    } else {
+      lo = std::max<long long>(lo, d.min());
+      hi = std::max<long long>(hi, d.max());
+    }
+  }
+  if (params.size() > 1) intersect_variable(iset::clipped_range(lo, hi), params[0]);
+}
+
 void AST_builder::connect_if(const std::vector<unsigned int>& vars, unsigned int result,
                              const AST& ast) {
   const unsigned int c = expression_to_bool_var(vars, arg(ast, 0), usage_exact);
@@ -685,6 +708,9 @@ void AST_builder::connect_if(const std::vector<unsigned int>& vars, unsigned int
   } else {
     const unsigned int t = expression_to_variable(vars, arg(ast, 1), NO_VARIABLE, usage_exact);
     const unsigned int e = expression_to_variable(vars, arg(ast, 2), NO_VARIABLE, usage_exact);
+    // The result starts within what the two branches can take, so that an
+    // enclosing sum is judged by it rather than by 0..31.
+    intersect_variable(domain(t) | domain(e), result);
     post(std::make_unique<if_then_else_propagator>(), {result, c, t, e});
   }
 }
@@ -704,7 +730,7 @@ void AST_builder::collect_or_vars(std::vector<unsigned int>& out, const AST& ast
   for (const AST* d : list) out.push_back(expression_to_bool_var(vars, *d, usage));
   for (std::size_t i = 0; i < out.size();) {
     out[i] = rep(out[i]);
-    const iset& d = domain(out[i]);
+    const iset d = domain(out[i]);
     if (!d.contains(0)) {
       out.assign(1, m_solver.singleton_var(1));
       return;
@@ -727,7 +753,7 @@ void AST_builder::collect_and_vars(std::vector<unsigned int>& out, const AST& as
   for (const AST* d : list) out.push_back(expression_to_bool_var(vars, *d, usage));
   for (std::size_t i = 0; i < out.size();) {
     out[i] = rep(out[i]);
-    const iset& d = domain(out[i]);
+    const iset d = domain(out[i]);
     if (d == iset::singleton(0) || d.empty()) {
       out.assign(1, m_solver.singleton_var(0));
       return;
@@ -933,7 +959,7 @@ void AST_builder::connect_parity(const std::vector<unsigned int>& vars, bool par
   bool p = parity;
   std::vector<unsigned int> free;
   for (unsigned int v : vars) {
-    const iset& d = domain(v);
+    const iset d = domain(v);
     if (d.empty() || d.min() > 1) {
       // No value of v is 0 or 1.
       mark_unsat();

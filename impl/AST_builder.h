@@ -104,6 +104,7 @@ class AST_builder {
                          unsigned int hint, usage_type usage);
   void connect_if(const std::vector<unsigned int>& vars, unsigned int result,
                   const CSPXMLParser::AST& ast);
+  void bound_extremum(const std::vector<unsigned int>& params, bool is_min);
   void connect_and(const std::vector<unsigned int>& vars, unsigned int result,
                    const CSPXMLParser::AST& ast, usage_type usage);
   void connect_or(const std::vector<unsigned int>& vars, unsigned int result,

@@ -175,8 +175,8 @@ class sum_definition : public operator_definition {
       post_mul_truncate(s, r, s.singleton_var(2), x.a);
       return;
     }
-    const iset& da = s.stack().domain(x.a);
-    const iset& db = s.stack().domain(x.b);
+    const iset da = s.stack().domain(x.a);
+    const iset db = s.stack().domain(x.b);
     if (da.is_singleton()) {
       create_sum_with_constant(s, eval, r, x.b, da.min());
     } else if (db.is_singleton()) {
@@ -239,7 +239,13 @@ class mul_definition : public operator_definition {
     if (is_singleton_of(connectivity, x.b, 0)) return x.b;
     if (is_singleton_of(connectivity, x.a, 1)) return x.b;
     if (is_singleton_of(connectivity, x.b, 1)) return x.a;
-    return connectivity.record_operator(*this, eval, args, args_end, result);
+    const iset da = domain_of(connectivity, x.a);
+    const iset db = domain_of(connectivity, x.b);
+    return connectivity.record_operator(
+        *this, eval, args, args_end, result,
+        da.empty() || db.empty() ? iset()
+                                 : iset::clipped_range((long long)da.min() * db.min(),
+                                                       (long long)da.max() * db.max()));
   }
   eval_type arg_eval_type(const operator_connectivity& connectivity, eval_type eval,
                           unsigned int arg_index, const unsigned int* args, const unsigned int*,
@@ -247,7 +253,7 @@ class mul_definition : public operator_definition {
     if (!args) return eval_exact;
     const unsigned int other = args[1 - arg_index];
     if (other == operator_connectivity::NO_VARIABLE) return eval_exact;
-    const iset& d = domain_of(connectivity, other);
+    const iset d = domain_of(connectivity, other);
     if (d.empty()) return eval_exact;
     if (d.min() >= 0) return eval;
     if (d.max() > 0) return eval_exact;
@@ -280,14 +286,16 @@ unsigned int sum_definition::symbolic_eval(operator_connectivity& connectivity, 
   const two x(args);
   if (is_singleton_of(connectivity, x.a, 0)) return x.b;
   if (is_singleton_of(connectivity, x.b, 0)) return x.a;
-  const iset& da = domain_of(connectivity, x.a);
-  const iset& db = domain_of(connectivity, x.b);
+  const iset da = domain_of(connectivity, x.a);
+  const iset db = domain_of(connectivity, x.b);
   if (da.is_singleton() && db.is_singleton() && da.min() + db.min() <= 0)
     return connectivity.get_solver().singleton_var(da.min() + db.min());
   const operator_definition_registry& registry = operator_definition_registry::get();
   if (x.a == x.b) {
     const unsigned int mul_args[2] = {x.a, connectivity.get_solver().singleton_var(2)};
-    return connectivity.record_operator(*registry.find(9), eval, mul_args, mul_args + 2, result);
+    return connectivity.record_operator(
+        *registry.find(9), eval, mul_args, mul_args + 2, result,
+        da.empty() ? iset() : iset::clipped_range(2LL * da.min(), 2LL * da.max()));
   }
   // A new result starts with the range the sum can reach, so that an enclosing
   // sum or difference is judged by what this one can really take.
@@ -311,8 +319,8 @@ unsigned int sub_definition::symbolic_eval(operator_connectivity& connectivity, 
   const two x(args);
   if (is_singleton_of(connectivity, x.b, 0)) return x.a;
   if (x.a == x.b) return connectivity.get_solver().singleton_var(0);
-  const iset& da = domain_of(connectivity, x.a);
-  const iset& db = domain_of(connectivity, x.b);
+  const iset da = domain_of(connectivity, x.a);
+  const iset db = domain_of(connectivity, x.b);
   const unsigned int r = connectivity.record_operator(
       *this, eval, args, args_end, result,
       da.empty() || db.empty()
@@ -335,7 +343,14 @@ class div_definition : public operator_definition {
   unsigned int symbolic_eval(operator_connectivity& connectivity, eval_type,
                              const unsigned int* args, const unsigned int* args_end,
                              unsigned int result) const override {
-    return connectivity.record_operator(*this, eval_exact, args, args_end, result);
+    const iset da = domain_of(connectivity, args[0]);
+    const iset db = domain_of(connectivity, args[1]);
+    iset range = operator_connectivity::everything();
+    if (da.empty() || db.empty())
+      range = iset();
+    else if (db.min() > 0)
+      range = iset::clipped_range(da.min() / db.max(), da.max() / db.min());
+    return connectivity.record_operator(*this, eval_exact, args, args_end, result, range);
   }
   void create_constraints(solver& s, eval_type, unsigned int, unsigned int r,
                           const unsigned int* args, const unsigned int*) const override {
@@ -353,7 +368,12 @@ class mod_definition : public operator_definition {
   unsigned int symbolic_eval(operator_connectivity& connectivity, eval_type,
                              const unsigned int* args, const unsigned int* args_end,
                              unsigned int result) const override {
-    return connectivity.record_operator(*this, eval_exact, args, args_end, result);
+    const iset da = domain_of(connectivity, args[0]);
+    const iset db = domain_of(connectivity, args[1]);
+    const iset range = da.empty() || db.empty()
+                           ? iset()
+                           : iset::clipped_range(0, std::min(da.max(), std::max(db.max() - 1, 0)));
+    return connectivity.record_operator(*this, eval_exact, args, args_end, result, range);
   }
   void create_constraints(solver& s, eval_type, unsigned int, unsigned int r,
                           const unsigned int* args, const unsigned int*) const override {
@@ -371,7 +391,7 @@ class abs_definition : public operator_definition {
   unsigned int symbolic_eval(operator_connectivity& connectivity, eval_type eval,
                              const unsigned int* args, const unsigned int* args_end,
                              unsigned int result) const override {
-    const iset& d = domain_of(connectivity, args[0]);
+    const iset d = domain_of(connectivity, args[0]);
     if (d.empty() || d.min() >= 0) return args[0];
     return connectivity.record_operator(*this, eval, args, args_end, result);
   }
@@ -407,7 +427,7 @@ class not_definition : public operator_definition {
                              const unsigned int* args, const unsigned int* args_end,
                              unsigned int result) const override {
     const unsigned int x = args[0];
-    const iset& d = domain_of(connectivity, x);
+    const iset d = domain_of(connectivity, x);
     solver& s = connectivity.get_solver();
     if (!d.contains(0)) return s.singleton_var(0);
     if (d == iset::singleton(0)) return s.singleton_var(1);
@@ -467,12 +487,12 @@ class difference_ge_definition : public operator_definition {
                              const unsigned int* args, const unsigned int* args_end,
                              unsigned int result) const override {
     solver& s = connectivity.get_solver();
-    const iset& dk = domain_of(connectivity, args[2]);
+    const iset dk = domain_of(connectivity, args[2]);
     if (dk.empty()) return s.singleton_var(1);
     const long long c = dk.min();
     if (args[0] == args[1]) return s.singleton_var(c < 1);
-    const iset& da = domain_of(connectivity, args[0]);
-    const iset& db = domain_of(connectivity, args[1]);
+    const iset da = domain_of(connectivity, args[0]);
+    const iset db = domain_of(connectivity, args[1]);
     if (da.empty() || db.empty() || (long long)da.min() - db.max() >= c)
       return s.singleton_var(1);
     if (c > (long long)da.max() - db.min()) return s.singleton_var(0);
@@ -484,7 +504,7 @@ class difference_ge_definition : public operator_definition {
     if (eval == eval_at_most || eval == eval_at_least)
       return arg_index == 0 ? eval : swap_eval(eval);
     if (result == operator_connectivity::NO_VARIABLE) return eval_both_bounds;
-    const iset& d = domain_of(connectivity, result);
+    const iset d = domain_of(connectivity, result);
     if (!d.contains(1)) return arg_index == 0 ? eval_at_least : eval_at_most;
     if (d.contains(0)) return eval_both_bounds;
     return arg_index == 0 ? eval_at_most : eval_at_least;

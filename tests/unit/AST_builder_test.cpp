@@ -292,6 +292,25 @@ TEST(AST_builder, values_that_could_leave_0_to_31_are_refused) {
   EXPECT_FALSE(refuses(d, op<xml::FunctionEQ>(op<xml::FunctionSub>(V(1), V(0)), C(1))));
   EXPECT_FALSE(refuses(d, op<xml::FunctionEQ>(op<xml::FunctionAdd>(V(0), V(1)), C(9))));
   EXPECT_TRUE(refuses(d, op<xml::FunctionEQ>(op<xml::FunctionPow>(V(1), C(2)), C(1))));
+  // A nested result is judged by the range it can reach, not by 0..31.
+  const auto X = [] { return V(0); };
+  const std::vector<std::function<tree()>> inner{
+      [&] { return op<xml::FunctionAdd>(X(), X()); },
+      [&] { return op<xml::FunctionSub>(C(5), X()); },
+      [&] { return op<xml::FunctionMul>(X(), C(3)); },
+      [&] { return op<xml::FunctionDiv>(V(1), C(2)); },
+      [&] { return op<xml::FunctionMod>(V(1), C(4)); },
+      [&] { return op<xml::FunctionMin>(X(), V(1)); },
+      [&] { return op<xml::FunctionMax>(X(), C(9)); },
+      [&] { return op<xml::FunctionIf>(op<xml::FunctionLT>(X(), C(2)), X(), C(7)); }};
+  for (const auto& make : inner) {
+    std::ostringstream text;
+    make()->infixExpression(text);
+    SCOPED_TRACE(text.str());
+    const auto outer = [&] { return op<xml::FunctionNE>(op<xml::FunctionAdd>(make(), C(11)), V(1)); };
+    EXPECT_FALSE(refuses(d, outer()));
+    EXPECT_EQ(solutions_of(*outer(), d), expected_of(*outer(), d));
+  }
   // Multiplying by 1 and abs of a non-negative value need no propagator.
   const tree trivial = op<xml::FunctionEQ>(op<xml::FunctionMul>(op<xml::FunctionAbs>(V(0)), C(1)), V(1));
   EXPECT_EQ(solutions_of(*trivial, d), expected_of(*trivial, d));
