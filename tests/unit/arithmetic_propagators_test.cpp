@@ -359,7 +359,7 @@ TEST(arithmetic_propagators, linear_combination_edges) {
   expect_combine(lin(INT_MAX, {INT_MAX, 1}), 2, lin(INT_MAX, {-INT_MAX, 1}), 2, {0, 2}, 0, "");
   long long constant = LLONG_MAX;
   std::vector<long long> positional;
-  const constraint_explicit_info view = make_view(sets("0:9 0:9 0:9"));  // the specification
+  const constraint_explicit_info view = make_view(sets("0:9 0:9 0:9"));  // the disjunction form
   const difference_ge_propagator two(2);                                 // points at both
   EXPECT_FALSE(lin::accumulate_coefficients(positional, constant, disjunction_specification(view, two, {4, 7}), 1));
   // A difference doesn't take a sum on the right, a sum takes a difference.
