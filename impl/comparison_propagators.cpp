@@ -80,16 +80,18 @@ std::unique_ptr<constraint_propagator> equal_propagator::clone() const {
 std::unique_ptr<constraint_propagator> equal_propagator::new_propagator(
     const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
+  const unsigned int n = form.literal_count();
+  if (n == 1) {
+    params = {form.literal_var(0), form.constraint_var(0), form.constraint_var(1)};
+    return std::make_unique<literal_or_equal_propagator>(form.literal(0));
+  }
   params.push_back(form.constraint_var(0));
   params.push_back(form.constraint_var(1));
-  const unsigned int n = form.literal_count();
   if (n == 0) {
     if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
     return form.constraint() ? form.constraint()->clone() : nullptr;
   }
-  // A single literal takes the clause half as well; a literal-guarded equality
-  // would only save the clause's watches.
   auto result = std::make_unique<disjoint_propagator<equal_propagator, clause_propagation_algo>>(
       *this);
   literal_vector& literals = result->update_literals();
@@ -347,16 +349,18 @@ bool difference_ge_propagator::combine_middle_pivot(const disjunction_specificat
 std::unique_ptr<constraint_propagator> difference_ge_propagator::new_propagator(
     const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
+  const unsigned int n = form.literal_count();
+  if (n == 1) {
+    params = {form.literal_var(0), form.constraint_var(0), form.constraint_var(1)};
+    return std::make_unique<literal_or_difference_ge_propagator>(form.literal(0), m_constant);
+  }
   params.push_back(form.constraint_var(0));
   params.push_back(form.constraint_var(1));
-  const unsigned int n = form.literal_count();
   if (n == 0) {
     if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
     return form.constraint() ? form.constraint()->clone() : nullptr;
   }
-  // A single literal takes the clause half as well; a literal-guarded difference
-  // would only save the clause's watches.
   auto result = std::make_unique<difference_ge_or_clause_propagator>(m_constant);
   literal_vector& literals = result->update_literals();
   for (unsigned int k = 0; k < n; ++k) {
@@ -371,9 +375,8 @@ bool difference_ge_propagator::may_combine(const constraint_propagator& other) c
 }
 
 bool difference_ge_propagator::may_combine_diff_ge_propagator(const constraint_propagator& other) {
-  // A literal-guarded difference belongs to this list as soon as it is part of
-  // the library.
   return dynamic_cast<const difference_ge_propagator*>(&other) ||
+         dynamic_cast<const literal_or_difference_ge_propagator*>(&other) ||
          dynamic_cast<const difference_ge_or_clause_propagator*>(&other) ||
          dynamic_cast<const clause_propagator*>(&other);
 }
