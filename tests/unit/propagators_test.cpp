@@ -621,6 +621,14 @@ std::unique_ptr<constraint_propagator> random_side(std::mt19937& g, unsigned kin
   return std::make_unique<clause_propagator>(lits);
 }
 
+// As random_side, and kind 3 a guarded difference, its literal first.
+std::unique_ptr<constraint_propagator> random_guarded_side(std::mt19937& g, unsigned kind, unsigned& arity) {
+  if (kind != 3) return random_side(g, kind, 1 + g() % 2, arity);
+  arity = 3;
+  const iset literal = random_domain(g, 5, 3);
+  return std::make_unique<literal_or_difference_ge_propagator>(literal, int(g() % 13) - 6);
+}
+
 const family<pair_instance> combination_families[] = {
     // The middle pivot in either orientation (transitivity), the circular pair, any sharing.
     {"differences", 21, 600, 0, 100, [](std::mt19937& g, int round) {
@@ -738,6 +746,34 @@ const family<pair_instance> combination_families[] = {
        if (shared.empty() || !k.left->may_combine(*k.right)) return pair_instance{};
        k.pivot = shared[g() % shared.size()];
        k.pivot_may_stay = lk == 2 || (lk == 1 && k.map[k.pivot] >= 2);
+       return k;
+     }},
+    // A guarded difference on one side at least, against any of those: it combines
+    // like a difference, and a resolvent with one literal left is guarded again.
+    {"guarded_differences", 42, 3000, 0, 300, [](std::mt19937& g, int round) {
+       pair_instance k;
+       const unsigned lk = round % 2 ? 3 : g() % 4, rk = lk == 3 ? g() % 4 : 3;
+       k.left = random_guarded_side(g, lk, k.left_arity);
+       k.right = random_guarded_side(g, rk, k.right_arity);
+       k.left_domains = random_domains(g, k.left_arity, 12, 8);
+       k.right_domains = random_domains(g, k.right_arity, 12, 8);
+       k.separate();
+       std::vector<bool> used(k.left_arity, false);
+       for (unsigned j = 0; j < k.right_arity; ++j) {
+         const unsigned i = g() % k.left_arity;
+         if (g() % 2 && !used[i]) used[i] = true, k.map[j] = i;
+       }
+       if (lk != 2 && rk != 2 && g() % 2) {  // a - b on the left meets b - z
+         k.separate();
+         k.map[rk == 3 ? 1 : 0] = lk == 3 ? 2 : 1;
+       }
+       std::vector<unsigned> shared;
+       for (unsigned j = 0; j < k.right_arity; ++j)
+         if (k.map[j] < k.left_arity) shared.push_back(j);
+       if (shared.empty() || !k.left->may_combine(*k.right)) return pair_instance{};
+       k.pivot = shared[g() % shared.size()];
+       const unsigned at = k.map[k.pivot];
+       k.pivot_may_stay = lk == 2 || (lk == 1 && at >= 2) || (lk == 3 && at == 0);
        return k;
      }},
 };
