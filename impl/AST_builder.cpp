@@ -628,11 +628,7 @@ void AST_builder::connect_eq_by_vars(unsigned int result, bool is_eq, bool must_
 
 void AST_builder::post_literal_or_neq(small_model::iset literal, unsigned int r, unsigned int a,
                                       unsigned int b) {
-  // r in literal, or a != b: one clause per value the two share.
-  for (int v : domain(a) & domain(b)) {
-    const iset other = ~iset::singleton(v);
-    insert_clause(r, literal, a, other, b, other);
-  }
+  post(std::make_unique<literal_or_neq_propagator>(literal), {r, a, b});
 }
 
 unsigned int AST_builder::ne_to_var(const std::vector<unsigned int>& vars, const AST& ast,

@@ -1,6 +1,6 @@
 // The comparison propagators: equality, difference, reified equality, the
-// conditional, element, minimum and maximum; and the combination algebra of the
-// difference and the substitution of the equality.
+// conditional, element, minimum and maximum, the literal-guarded relations; and
+// the combination algebra of the difference and the substitution of the equality.
 #include "impl/comparison_propagators.h"
 
 #include <algorithm>
@@ -14,6 +14,7 @@
 #include "impl/constraint_explicit_info.h"
 #include "impl/disjoint_propagation_algo.h"
 #include "impl/disjunction_specification.h"
+#include "impl/neq_propagators.h"
 #include "impl/sliced_runtime_info.h"
 
 namespace zelk {
@@ -79,16 +80,18 @@ std::unique_ptr<constraint_propagator> equal_propagator::clone() const {
 std::unique_ptr<constraint_propagator> equal_propagator::new_propagator(
     const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
+  const unsigned int n = form.literal_count();
+  if (n == 1) {
+    params = {form.literal_var(0), form.constraint_var(0), form.constraint_var(1)};
+    return std::make_unique<literal_or_equal_propagator>(form.literal(0));
+  }
   params.push_back(form.constraint_var(0));
   params.push_back(form.constraint_var(1));
-  const unsigned int n = form.literal_count();
   if (n == 0) {
     if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
     return form.constraint() ? form.constraint()->clone() : nullptr;
   }
-  // A single literal takes the clause half as well; a literal-guarded equality
-  // would only save the clause's watches.
   auto result = std::make_unique<disjoint_propagator<equal_propagator, clause_propagation_algo>>(
       *this);
   literal_vector& literals = result->update_literals();
@@ -346,16 +349,18 @@ bool difference_ge_propagator::combine_middle_pivot(const disjunction_specificat
 std::unique_ptr<constraint_propagator> difference_ge_propagator::new_propagator(
     const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
+  const unsigned int n = form.literal_count();
+  if (n == 1) {
+    params = {form.literal_var(0), form.constraint_var(0), form.constraint_var(1)};
+    return std::make_unique<literal_or_difference_ge_propagator>(form.literal(0), m_constant);
+  }
   params.push_back(form.constraint_var(0));
   params.push_back(form.constraint_var(1));
-  const unsigned int n = form.literal_count();
   if (n == 0) {
     if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
     return form.constraint() ? form.constraint()->clone() : nullptr;
   }
-  // A single literal takes the clause half as well; a literal-guarded difference
-  // would only save the clause's watches.
   auto result = std::make_unique<difference_ge_or_clause_propagator>(m_constant);
   literal_vector& literals = result->update_literals();
   for (unsigned int k = 0; k < n; ++k) {
@@ -370,9 +375,8 @@ bool difference_ge_propagator::may_combine(const constraint_propagator& other) c
 }
 
 bool difference_ge_propagator::may_combine_diff_ge_propagator(const constraint_propagator& other) {
-  // A literal-guarded difference belongs to this list as soon as it is part of
-  // the library.
   return dynamic_cast<const difference_ge_propagator*>(&other) ||
+         dynamic_cast<const literal_or_difference_ge_propagator*>(&other) ||
          dynamic_cast<const difference_ge_or_clause_propagator*>(&other) ||
          dynamic_cast<const clause_propagator*>(&other);
 }
@@ -921,6 +925,451 @@ iset min_propagator::mirror(iset set) {
   b = ((b >> 8) & 0x00FF00FFu) | ((b & 0x00FF00FFu) << 8);
   b = (b >> 16) | (b << 16);
   return iset::from_bits(b);
+}
+
+//==== literal-guarded propagators ======================================================
+
+namespace {
+
+// The guard with its literal, as both guarded forms print it; `closing` ends a
+// literal of several values.
+void print_guard(std::ostream& os, const constraint_runtime_info& info, const iset& literal,
+                 const char* closing) {
+  info.print_prefix(os);
+  os << "(";
+  info.print_param(os, 0);
+  if (literal.is_singleton())
+    os << "=" << literal;
+  else
+    os << ":{" << literal << closing;
+}
+
+// The tight explanation on a copy whose handles are forgotten.
+void explain_on_watchless_copy(const constraint_propagator& p, unsigned int param,
+                               const iset& literal, const iset& after,
+                               const constraint_runtime_info& info,
+                               constraint_propagator::literal_vector& explanation) {
+  std::unique_ptr<constraint_propagator> copy = p.clone();
+  copy->forget_watches();
+  explanation_generators::explain_propagation_tightly(*copy, param, literal, after, info,
+                                                      explanation);
+}
+
+}  // namespace
+
+//==== literal_or_constraint_propagator ===============================================
+
+template <class P, class Base>
+propagation_types::result_type literal_or_constraint_propagator<P, Base>::init(
+    constraint_runtime_info& info) {
+  m_watch = watch_handle_t();
+  const iset d = info.domain(0);
+  // Holds for good: not even the relation needs watching.
+  if (d.subset_of(m_literal)) return propagation_types::VALID;
+  const iset p = d & m_literal;
+  if (!p.empty()) {
+    m_watched_value = p.min();
+    m_watch = info.allocate_value_watch(0, m_watched_value);
+  }
+  const result_type r = init_non_literal_part(info);
+  return !p.empty() || r != propagation_types::UNSAT ? propagation_types::VALID
+                                                     : propagation_types::UNSAT;
+}
+
+template <class P, class Base>
+propagation_types::result_type literal_or_constraint_propagator<P, Base>::propagate(
+    constraint_runtime_info& info) {
+  const iset d = info.domain(0);
+  if (d.empty()) return propagation_types::UNSAT;
+  if (d.subset_of(m_literal)) return propagation_types::VALID;
+  const result_type s = state_of_non_literal_part(info);
+  if (s == propagation_types::VALID) return propagation_types::VALID;
+  const iset p = d & m_literal;
+  if (p.empty()) {
+    if (s == propagation_types::UNSAT) return propagation_types::UNSAT;
+    return propagate_non_literal_part(info);
+  }
+  if (!m_watch.is_null() && !d.contains(m_watched_value)) {
+    info.deallocate_value_watch(0, m_watched_value, m_watch);
+    m_watched_value = p.min();
+    m_watch = info.allocate_value_watch(0, m_watched_value);
+  }
+  if (s != propagation_types::UNSAT) return propagation_types::CONSISTENT;
+  info.set_domain(0, p);
+  return propagation_types::VALID;
+}
+
+template <class P, class Base>
+bool literal_or_constraint_propagator<P, Base>::conflicts(
+    const constraint_runtime_info& info) const {
+  const iset& d = info.domain(0);
+  if (d.empty()) return true;
+  if (d.intersects(m_literal)) return false;
+  return state_of_non_literal_part(info) == propagation_types::UNSAT;
+}
+
+template <class P, class Base>
+bool literal_or_constraint_propagator<P, Base>::constraint_check(
+    const constraint_runtime_info& info) const {
+  if (info.domain(0).subset_of(m_literal)) return true;
+  return constraint_check_non_literal_part(info);
+}
+
+template <class P, class Base>
+void literal_or_constraint_propagator<P, Base>::print(std::ostream& os,
+                                                      const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "literal_or_";
+    print_non_literal_part(os, nullptr);
+    return;
+  }
+  print_guard(os, *info, m_literal, "} ");
+  os << "|| ";
+  print_non_literal_part(os, info);
+  os << ")";
+}
+
+template <class P, class Base>
+void literal_or_constraint_propagator<P, Base>::explain_propagation(
+    unsigned int param, const iset& literal, const iset& after,
+    const constraint_runtime_info& info, literal_vector& explanation) const {
+  explain_on_watchless_copy(*this, param, literal, after, info, explanation);
+}
+
+template <class P, class Base>
+propagation_types::result_type literal_or_constraint_propagator<P, Base>::init_non_literal_part(
+    constraint_runtime_info& info) {
+  for (unsigned int i = 1; i < info.arity(); ++i)
+    if (!info.domain(i).is_singleton()) info.allocate_watch(i, watch_types::MODIFICATION_WATCH);
+  return propagation_types::VALID;
+}
+
+//==== literal_iff_constraint_propagator ==============================================
+
+template <class P, class Base>
+propagation_types::result_type literal_iff_constraint_propagator<P, Base>::init(
+    constraint_runtime_info& info) {
+  m_positive.handle = watch_handle_t();
+  m_negative.handle = watch_handle_t();
+  const iset d = info.domain(0);
+  const iset p = d & m_literal;
+  const bool a = !p.empty() && init_non_literal_part(info);
+  const bool b = d != p && init_neg_non_literal_part(info);
+  if (a && b) {
+    allocate_positive_watch(info, d);
+    allocate_negative_watch(info, d);
+  }
+  return a || b ? propagation_types::VALID : propagation_types::UNSAT;
+}
+
+template <class P, class Base>
+propagation_types::result_type literal_iff_constraint_propagator<P, Base>::propagate(
+    constraint_runtime_info& info) {
+  const iset d = info.domain(0);
+  if (d.empty()) return propagation_types::UNSAT;
+  const result_type s = state_of_non_literal_part(info);
+  const iset p = d & m_literal;
+  if (s == propagation_types::VALID) {
+    if (p == d) return propagation_types::VALID;
+    if (p.empty()) return propagation_types::UNSAT;
+    info.set_domain(0, p);
+    return propagation_types::VALID;
+  }
+  if (s == propagation_types::UNSAT) {
+    if (p.empty()) return propagation_types::VALID;
+    if (p == d) return propagation_types::UNSAT;
+    info.set_domain(0, d - m_literal);
+    return propagation_types::VALID;
+  }
+  if (p == d) return propagate_non_literal_part(info);
+  if (p.empty()) return propagate_neg_non_literal_part(info);
+  if (!info.reduced_between_activations(0)) return propagation_types::CONSISTENT;
+  // Only held watches move: after forget_watches the handles are null and name no
+  // list at all.
+  if (!m_positive.handle.is_null() && !d.contains(m_positive.value)) {
+    info.deallocate_value_watch(0, m_positive.value, m_positive.handle);
+    allocate_positive_watch(info, d);
+  }
+  if (!m_negative.handle.is_null() && !d.contains(m_negative.value)) {
+    info.deallocate_value_watch(0, m_negative.value, m_negative.handle);
+    allocate_negative_watch(info, d);
+  }
+  return propagation_types::CONSISTENT;
+}
+
+template <class P, class Base>
+bool literal_iff_constraint_propagator<P, Base>::conflicts(
+    const constraint_runtime_info& info) const {
+  const iset& d = info.domain(0);
+  if (d.subset_of(m_literal)) return state_of_non_literal_part(info) == propagation_types::UNSAT;
+  if (d.disjoint(m_literal)) return state_of_non_literal_part(info) == propagation_types::VALID;
+  return false;
+}
+
+template <class P, class Base>
+bool literal_iff_constraint_propagator<P, Base>::constraint_check(
+    const constraint_runtime_info& info) const {
+  return constraint_check_non_literal_part(info) == info.domain(0).subset_of(m_literal);
+}
+
+template <class P, class Base>
+void literal_iff_constraint_propagator<P, Base>::print(std::ostream& os,
+                                                       const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "literal_iff_";
+    print_non_literal_part(os, nullptr);
+    return;
+  }
+  print_guard(os, *info, m_literal, "}");
+  os << " iff ";
+  print_non_literal_part(os, info);
+  os << ")";
+}
+
+template <class P, class Base>
+void literal_iff_constraint_propagator<P, Base>::explain_propagation(
+    unsigned int param, const iset& literal, const iset& after,
+    const constraint_runtime_info& info, literal_vector& explanation) const {
+  explain_on_watchless_copy(*this, param, literal, after, info, explanation);
+}
+
+template <class P, class Base>
+void literal_iff_constraint_propagator<P, Base>::allocate_positive_watch(
+    constraint_runtime_info& info, iset domain) {
+  m_positive.value = (domain & m_literal).min();
+  m_positive.handle = info.allocate_value_watch(0, m_positive.value);
+}
+
+template <class P, class Base>
+void literal_iff_constraint_propagator<P, Base>::allocate_negative_watch(
+    constraint_runtime_info& info, iset domain) {
+  m_negative.value = (domain - m_literal).min();
+  m_negative.handle = info.allocate_value_watch(0, m_negative.value);
+}
+
+template class literal_or_constraint_propagator<literal_or_equal_propagator,
+                                                tight_constraint_propagator>;
+template class literal_or_constraint_propagator<literal_or_difference_ge_propagator,
+                                                tight_constraint_propagator>;
+template class literal_or_constraint_propagator<literal_or_neq_propagator,
+                                                tight_constraint_propagator>;
+template class literal_iff_constraint_propagator<literal_iff_less_than_propagator,
+                                                 tight_constraint_propagator>;
+
+//==== literal_or_equal_propagator ======================================================
+
+propagation_types::result_type literal_or_equal_propagator::propagate_non_literal_part(
+    constraint_runtime_info& info) {
+  info.set_domains({1, 2}, info.domain(1) & info.domain(2));
+  return CONSISTENT;
+}
+
+propagation_types::result_type literal_or_equal_propagator::state_of_non_literal_part(
+    const constraint_runtime_info& info) const {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.disjoint(y)) return UNSAT;  // an empty side included
+  if (x.is_singleton() && y.is_singleton()) return VALID;
+  return CONSISTENT;
+}
+
+void literal_or_equal_propagator::print_non_literal_part(
+    std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "equal_propagator";
+    return;
+  }
+  info->print_param(os, 1);
+  os << "==";
+  info->print_param(os, 2);
+}
+
+bool literal_or_equal_propagator::constraint_check_non_literal_part(
+    const constraint_runtime_info& info) const {
+  return info.domain(1) == info.domain(2);
+}
+
+//==== literal_or_difference_ge_propagator ==============================================
+
+propagation_types::result_type literal_or_difference_ge_propagator::init_non_literal_part(
+    constraint_runtime_info& info) {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.empty() || y.empty() || (long long)x.max() - y.min() < m_constant) return UNSAT;
+  info.allocate_watch(2, LOWER_BOUND_WATCH);
+  info.allocate_watch(1, UPPER_BOUND_WATCH);
+  return VALID;
+}
+
+propagation_types::result_type literal_or_difference_ge_propagator::propagate_non_literal_part(
+    constraint_runtime_info& info) {
+  const long long c = m_constant;
+  iset x = info.domain(1);
+  iset y = info.domain(2);
+  if (x.empty() || y.empty() || x.max() - c < y.min()) return UNSAT;
+  if (y.max() > x.max() - c) {
+    y &= iset::clipped_range(0, x.max() - c);
+    if (y.empty()) return UNSAT;
+    info.set_domain(2, y);
+  }
+  if (x.min() < y.min() + c) {
+    x &= iset::clipped_range(y.min() + c, 31);
+    if (x.empty()) return UNSAT;
+    info.set_domain(1, x);
+  }
+  return x.min() - y.max() < c ? CONSISTENT : VALID;
+}
+
+propagation_types::result_type literal_or_difference_ge_propagator::state_of_non_literal_part(
+    const constraint_runtime_info& info) const {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  const long long c = m_constant;
+  if (x.empty() || y.empty() || x.max() - y.min() < c) return UNSAT;
+  if (x.min() - y.max() < c) return CONSISTENT;
+  return VALID;
+}
+
+void literal_or_difference_ge_propagator::print_non_literal_part(
+    std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "diff_ge_";
+    print_constant(os, m_constant);
+    return;
+  }
+  info->print_param(os, 1);
+  os << "-";
+  info->print_param(os, 2);
+  os << ">=" << m_constant;
+}
+
+bool literal_or_difference_ge_propagator::constraint_check_non_literal_part(
+    const constraint_runtime_info& info) const {
+  return (long long)info.domain(1).min() - info.domain(2).min() >= m_constant;
+}
+
+std::unique_ptr<constraint_propagator> literal_or_difference_ge_propagator::intersect_with(
+    const constraint_runtime_info& info, std::vector<unsigned int>& kept) const {
+  const iset d = info.domain(0);
+  if (!m_literal.empty() && d.subset_of(m_literal)) {
+    kept = {0};
+    return std::make_unique<clause_propagator>(literal_vector{iset::full()});
+  }
+  const sliced_runtime_info relation(info, 1, info.arity());
+  std::unique_ptr<constraint_propagator> r =
+      difference_ge_propagator(m_constant).intersect_with(relation, kept);
+  if (!d.intersects(m_literal)) {
+    // The guard is dead: what is left is the difference.
+    if (!r) {
+      kept = {1, 2};
+      return std::make_unique<difference_ge_propagator>(m_constant);
+    }
+    for (unsigned int& k : kept) ++k;
+    return r;
+  }
+  if (!r) return nullptr;
+  auto* clause = dynamic_cast<clause_propagator*>(r.get());
+  if (!clause) return nullptr;
+  literal_vector& literals = clause->update_literals();
+  literals.insert(literals.begin(), m_literal);
+  for (unsigned int& k : kept) ++k;
+  kept.insert(kept.begin(), 0);
+  return r;
+}
+
+bool literal_or_difference_ge_propagator::get_disjunction_specification(
+    disjunction_specification& form) const {
+  form.declare_literals(&m_literal, 1, 0);
+  form.declare_owned_constraint(std::make_unique<difference_ge_propagator>(m_constant), 1);
+  return true;
+}
+
+bool literal_or_difference_ge_propagator::may_combine(const constraint_propagator& other) const {
+  return difference_ge_propagator::may_combine_diff_ge_propagator(other);
+}
+
+std::unique_ptr<constraint_propagator> literal_or_difference_ge_propagator::combine(
+    const constraint_runtime_info& info, const constraint_propagator& right,
+    const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
+    unsigned int pivot, std::vector<unsigned int>& out) const {
+  return disjunction_specification::combine_propagators(info, *this, right, right_info, map,
+                                                        pivot, out);
+}
+
+//==== literal_iff_less_than_propagator ==================================================
+
+bool literal_iff_less_than_propagator::init_non_literal_part(constraint_runtime_info& info) {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.empty() || y.empty() || x.min() >= y.max()) return false;
+  info.allocate_watch(1, LOWER_BOUND_WATCH);
+  info.allocate_watch(2, UPPER_BOUND_WATCH);
+  return true;
+}
+
+bool literal_iff_less_than_propagator::init_neg_non_literal_part(constraint_runtime_info& info) {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.empty() || y.empty() || x.max() < y.min()) return false;
+  info.allocate_watch(1, UPPER_BOUND_WATCH);
+  info.allocate_watch(2, LOWER_BOUND_WATCH);
+  return true;
+}
+
+propagation_types::result_type literal_iff_less_than_propagator::propagate_non_literal_part(
+    constraint_runtime_info& info) {
+  iset x = info.domain(1);
+  iset y = info.domain(2);
+  if (x.max() >= y.max()) {
+    x -= iset::clipped_range(y.max(), 31);
+    info.set_domain(1, x);
+  }
+  if (x.min() >= y.min()) {
+    y -= iset::clipped_range(0, x.min());
+    info.set_domain(2, y);
+  }
+  return x.max() < y.min() ? VALID : CONSISTENT;
+}
+
+propagation_types::result_type literal_iff_less_than_propagator::propagate_neg_non_literal_part(
+    constraint_runtime_info& info) {
+  iset x = info.domain(1);
+  iset y = info.domain(2);
+  if (x.min() < y.min()) {
+    x &= iset::clipped_range(y.min(), 31);
+    info.set_domain(1, x);
+  }
+  if (x.max() < y.max()) {
+    y &= iset::clipped_range(0, x.max());
+    info.set_domain(2, y);
+  }
+  return x.min() < y.max() ? CONSISTENT : VALID;
+}
+
+propagation_types::result_type literal_iff_less_than_propagator::state_of_non_literal_part(
+    const constraint_runtime_info& info) const {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.empty() || y.empty()) return UNSAT;
+  if (x.max() < y.min()) return VALID;
+  if (x.min() < y.max()) return CONSISTENT;
+  return UNSAT;
+}
+
+void literal_iff_less_than_propagator::print_non_literal_part(
+    std::ostream& os, const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "less_than_propagator";
+    return;
+  }
+  info->print_param(os, 1);
+  os << "<";
+  info->print_param(os, 2);
+}
+
+bool literal_iff_less_than_propagator::constraint_check_non_literal_part(
+    const constraint_runtime_info& info) const {
+  return info.domain(1).min() < info.domain(2).min();
 }
 
 }  // namespace zelk

@@ -8,6 +8,16 @@
 //   max_propagator            r = max(x1 ... xn)                   (r, x1 ... xn)
 //   min_propagator            r = min(x1 ... xn)                   (r, x1 ... xn)
 //
+// and the literal-guarded forms, a guard L tied to a relation of x and y:
+//
+//   literal_or_equal_propagator          L in set, or x = y        (L, x, y)
+//   literal_or_difference_ge_propagator  L in set, or x - y >= c   (L, x, y)
+//   literal_iff_less_than_propagator     L in set exactly when x < y
+//
+// (literal_or_neq_propagator lives with the disequalities.) They store the
+// half-reified comparisons of a model, and the resolvents of one literal and one
+// difference, without the clause half of a disjunctive propagator.
+//
 // The difference is the workhorse of combination: conflict analysis eliminates a
 // variable between two differences (transitivity, a - b >= c0 and b - z >= c1 give
 // a - z >= c0 + c1) or disjoins two of them, without falling back on clauses. The
@@ -245,6 +255,192 @@ class min_propagator : public min_max_propagator {
   // Each value v to 31 - v; its own inverse.
   static small_model::iset mirror(small_model::iset set);
 };
+
+//==== literal-guarded propagators ==================================================
+
+// L in `literal`, or the relation of x and y; parameters (L, x, y). P is the
+// concrete class (for clone), Base the explanation style. The relation comes in
+// through the hooks; the guard sleeps on one value watch, on a value of the
+// literal still in L's domain, so that it wakes only when the literal may die.
+template <class P, class Base>
+class literal_or_constraint_propagator : public Base {
+ public:
+  typedef propagation_types::result_type result_type;
+  typedef std::vector<small_model::iset> literal_vector;
+
+  explicit literal_or_constraint_propagator(small_model::iset literal) : m_literal(literal) {}
+
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  unsigned int watched_param_index(unsigned int) const override { return 0; }
+  unsigned int count_watches() const override { return m_watch.is_null() ? 0 : 1; }
+  void forget_watches() override { m_watch = watch_handle_t(); }
+  // The tight explanation, re-propagated on a copy that holds no handle: the
+  // copy's handles would name the live watch lists, which a hypothetical view
+  // must never release.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<P>(static_cast<const P&>(*this));
+  }
+
+  // ---- the relation ---------------------------------------------------------
+  // Default: a modification watch on each of x and y that isn't a single value.
+  [[nodiscard]] virtual result_type init_non_literal_part(constraint_runtime_info& info);
+  // Enforces the relation, once the literal can no longer hold.
+  [[nodiscard]] virtual result_type propagate_non_literal_part(constraint_runtime_info& info) = 0;
+  // The relation alone: UNSAT impossible, VALID certain, CONSISTENT open.
+  virtual result_type state_of_non_literal_part(const constraint_runtime_info& info) const = 0;
+  virtual void print_non_literal_part(std::ostream& os,
+                                      const constraint_runtime_info* info) const = 0;
+  virtual bool constraint_check_non_literal_part(const constraint_runtime_info& info) const = 0;
+
+  const small_model::iset& literal() const { return m_literal; }
+  bool holds_watch() const { return !m_watch.is_null(); }
+  int watched_value() const { return m_watched_value; }
+
+ protected:
+  small_model::iset m_literal;
+  watch_handle_t m_watch;  // null when no value watch is held
+  int m_watched_value = 0;
+};
+
+// L in `literal` exactly when the relation holds; parameters (L, x, y). While L
+// is undecided it holds one value watch inside the literal and one outside.
+template <class P, class Base>
+class literal_iff_constraint_propagator : public Base {
+ public:
+  typedef propagation_types::result_type result_type;
+  typedef std::vector<small_model::iset> literal_vector;
+
+  explicit literal_iff_constraint_propagator(small_model::iset literal) : m_literal(literal) {}
+
+  unsigned int count_params() const override { return 3; }
+  [[nodiscard]] result_type init(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate(constraint_runtime_info& info) override;
+  bool conflicts(const constraint_runtime_info& info) const override;
+  bool constraint_check(const constraint_runtime_info& info) const override;
+  void print(std::ostream& os, const constraint_runtime_info* info) const override;
+  unsigned int watched_param_index(unsigned int) const override { return 0; }
+  unsigned int count_watches() const override { return m_positive.handle.is_null() ? 0 : 2; }
+  void forget_watches() override {
+    m_positive.handle = watch_handle_t();
+    m_negative.handle = watch_handle_t();
+  }
+  // As in the literal_or form: re-propagation on a copy without handles.
+  void explain_propagation(unsigned int param, const small_model::iset& literal,
+                           const small_model::iset& after, const constraint_runtime_info& info,
+                           literal_vector& explanation) const override;
+  std::unique_ptr<constraint_propagator> clone() const override {
+    return std::make_unique<P>(static_cast<const P&>(*this));
+  }
+
+  // The smallest value of `domain` within the literal / outside it.
+  void allocate_positive_watch(constraint_runtime_info& info, small_model::iset domain);
+  void allocate_negative_watch(constraint_runtime_info& info, small_model::iset domain);
+
+  // ---- the relation ---------------------------------------------------------
+  // Watches for the relation / its negation; false when it can't hold.
+  [[nodiscard]] virtual bool init_non_literal_part(constraint_runtime_info& info) = 0;
+  [[nodiscard]] virtual bool init_neg_non_literal_part(constraint_runtime_info& info) = 0;
+  // Enforce the relation / its negation.
+  [[nodiscard]] virtual result_type propagate_non_literal_part(constraint_runtime_info& info) = 0;
+  [[nodiscard]] virtual result_type propagate_neg_non_literal_part(
+      constraint_runtime_info& info) = 0;
+  virtual result_type state_of_non_literal_part(const constraint_runtime_info& info) const = 0;
+  virtual void print_non_literal_part(std::ostream& os,
+                                      const constraint_runtime_info* info) const = 0;
+  virtual bool constraint_check_non_literal_part(const constraint_runtime_info& info) const = 0;
+
+  const small_model::iset& literal() const { return m_literal; }
+
+ protected:
+  struct value_watch {
+    watch_handle_t handle;  // null when none is held
+    int value = 0;
+  };
+  small_model::iset m_literal;
+  value_watch m_positive;  // on a value inside the literal
+  value_watch m_negative;  // on a value outside it
+};
+
+// L in `literal`, or x = y.
+class literal_or_equal_propagator
+    : public literal_or_constraint_propagator<literal_or_equal_propagator,
+                                              tight_constraint_propagator> {
+ public:
+  explicit literal_or_equal_propagator(small_model::iset literal)
+      : literal_or_constraint_propagator(literal) {}
+
+  [[nodiscard]] result_type propagate_non_literal_part(constraint_runtime_info& info) override;
+  result_type state_of_non_literal_part(const constraint_runtime_info& info) const override;
+  void print_non_literal_part(std::ostream& os, const constraint_runtime_info* info) const override;
+  bool constraint_check_non_literal_part(const constraint_runtime_info& info) const override;
+};
+
+// L in `literal`, or x - y >= c. Combines like a difference.
+class literal_or_difference_ge_propagator
+    : public literal_or_constraint_propagator<literal_or_difference_ge_propagator,
+                                              tight_constraint_propagator> {
+ public:
+  literal_or_difference_ge_propagator(small_model::iset literal, int constant)
+      : literal_or_constraint_propagator(literal), m_constant(constant) {}
+
+  // Bound watches, as the difference has them.
+  [[nodiscard]] result_type init_non_literal_part(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate_non_literal_part(constraint_runtime_info& info) override;
+  result_type state_of_non_literal_part(const constraint_runtime_info& info) const override;
+  void print_non_literal_part(std::ostream& os, const constraint_runtime_info* info) const override;
+  bool constraint_check_non_literal_part(const constraint_runtime_info& info) const override;
+
+  // Under a guard fixed inside the literal: always true. Otherwise the
+  // difference's own simplification, with the live literal put first.
+  std::unique_ptr<constraint_propagator> intersect_with(
+      const constraint_runtime_info& info, std::vector<unsigned int>& kept) const override;
+  // One literal at position 0 and an owned difference from position 1.
+  bool get_disjunction_specification(disjunction_specification& spec) const override;
+  bool may_combine(const constraint_propagator& other) const override;
+  std::unique_ptr<constraint_propagator> combine(const constraint_runtime_info& info,
+                                                 const constraint_propagator& right,
+                                                 const constraint_runtime_info& right_info,
+                                                 const std::vector<unsigned int>& map,
+                                                 unsigned int pivot,
+                                                 std::vector<unsigned int>& out) const override;
+
+  int constant() const { return m_constant; }
+
+ private:
+  int m_constant;
+};
+
+// L in `literal` exactly when x < y.
+class literal_iff_less_than_propagator
+    : public literal_iff_constraint_propagator<literal_iff_less_than_propagator,
+                                               tight_constraint_propagator> {
+ public:
+  explicit literal_iff_less_than_propagator(small_model::iset literal)
+      : literal_iff_constraint_propagator(literal) {}
+
+  [[nodiscard]] bool init_non_literal_part(constraint_runtime_info& info) override;
+  [[nodiscard]] bool init_neg_non_literal_part(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate_non_literal_part(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate_neg_non_literal_part(constraint_runtime_info& info) override;
+  result_type state_of_non_literal_part(const constraint_runtime_info& info) const override;
+  void print_non_literal_part(std::ostream& os, const constraint_runtime_info* info) const override;
+  bool constraint_check_non_literal_part(const constraint_runtime_info& info) const override;
+};
+
+extern template class literal_or_constraint_propagator<literal_or_equal_propagator,
+                                                       tight_constraint_propagator>;
+extern template class literal_or_constraint_propagator<literal_or_difference_ge_propagator,
+                                                       tight_constraint_propagator>;
+extern template class literal_iff_constraint_propagator<literal_iff_less_than_propagator,
+                                                        tight_constraint_propagator>;
 
 }  // namespace zelk
 

@@ -1,4 +1,5 @@
-// The disequalities x != y and x - y != c, and the proof rule of the first.
+// The disequalities x != y, x - y != c and L in set or x != y, and the proof
+// rules of the first and the last.
 #include "impl/neq_propagators.h"
 
 #include <ostream>
@@ -158,6 +159,94 @@ void difference_neq_constant_propagator::print(std::ostream& os,
 
 std::unique_ptr<constraint_propagator> difference_neq_constant_propagator::clone() const {
   return std::make_unique<difference_neq_constant_propagator>(*this);
+}
+
+//==== literal_or_neq_propagator ====================================================
+
+propagation_types::result_type literal_or_neq_propagator::init_non_literal_part(
+    constraint_runtime_info& info) {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.disjoint(y)) return VALID;
+  if (x.is_singleton() && x == y) return UNSAT;
+  info.allocate_watch(1, FINALIZATION_WATCH);
+  info.allocate_watch(2, FINALIZATION_WATCH);
+  return VALID;
+}
+
+propagation_types::result_type literal_or_neq_propagator::propagate_non_literal_part(
+    constraint_runtime_info& info) {
+  const iset x = info.domain(1);
+  const iset y = info.domain(2);
+  if (y.is_singleton()) {
+    // Not written when unchanged: a write of the same set is still a modification.
+    if (x.intersects(y)) info.set_domain(1, x - y);
+    return VALID;
+  }
+  if (x.empty()) return VALID;
+  if (!x.is_singleton()) return x.intersects(y) ? CONSISTENT : VALID;
+  if (y.intersects(x)) info.set_domain(2, y - x);
+  return VALID;
+}
+
+propagation_types::result_type literal_or_neq_propagator::state_of_non_literal_part(
+    const constraint_runtime_info& info) const {
+  const iset& x = info.domain(1);
+  const iset& y = info.domain(2);
+  if (x.empty() || y.empty() || (x.is_singleton() && x == y)) return UNSAT;
+  if (x.disjoint(y)) return VALID;
+  return CONSISTENT;
+}
+
+void literal_or_neq_propagator::print_non_literal_part(std::ostream& os,
+                                                       const constraint_runtime_info* info) const {
+  if (!info) {
+    os << "neq_propagator";
+    return;
+  }
+  info->print_param(os, 1);
+  os << "!=";
+  info->print_param(os, 2);
+}
+
+bool literal_or_neq_propagator::constraint_check_non_literal_part(
+    const constraint_runtime_info& info) const {
+  return info.domain(1) != info.domain(2);
+}
+
+std::unique_ptr<explanation_rule> literal_or_neq_propagator::rule(
+    const literal_vector& explanation) const {
+  if (explanation.size() < 2) return nullptr;
+  const bool domain_rule = explanation[1].empty();
+  const unsigned int value = domain_rule || explanation[1].is_full()
+                                 ? 0u
+                                 : unsigned((~explanation[1]).max());
+  return std::make_unique<literal_or_neq_rule>(value, m_literal, domain_rule);
+}
+
+//==== literal_or_neq_rule ==========================================================
+
+std::unique_ptr<explanation_rule> literal_or_neq_propagator::literal_or_neq_rule::clone() const {
+  return std::make_unique<literal_or_neq_rule>(*this);
+}
+
+void literal_or_neq_propagator::literal_or_neq_rule::get_explanation(
+    std::vector<small_model::iset>& explanation) const {
+  explanation.assign(3, iset());
+  if (m_domain_rule) {
+    explanation[0] = iset::full();
+    return;
+  }
+  explanation[0] = m_literal;
+  explanation[1] = explanation[2] = ~iset::singleton(int(m_value));
+}
+
+void literal_or_neq_propagator::literal_or_neq_rule::print(
+    std::ostream& os, const variable_print_strategy&, const std::vector<unsigned int>&) const {
+  if (m_domain_rule)
+    os << "LIT_OR_NEQ_DOM";
+  else
+    os << "LIT_OR_NEQ({" << m_literal << "}," << m_value << ")";
 }
 
 }  // namespace zelk

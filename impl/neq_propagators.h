@@ -2,6 +2,7 @@
 //
 //   neq_propagator                       x != y       (x, y)
 //   difference_neq_constant_propagator   x - y != c   (x, y)
+//   literal_or_neq_propagator            L in set, or x != y   (L, x, y)
 //
 // Both wait on finalization watches only: nothing can be removed before one side
 // is a single value, and then at most one value goes from the other side, after
@@ -13,6 +14,7 @@
 #include <memory>
 #include <vector>
 
+#include "impl/comparison_propagators.h"
 #include "impl/constraint_propagator.h"
 #include "impl/constraint_runtime_info.h"
 #include "impl/explanation_generators.h"
@@ -77,6 +79,46 @@ class difference_neq_constant_propagator : public constraint_propagator {
  private:
   int m_constant;
 };
+
+// L in `literal`, or x != y: the guarded disequality of a half-reified x = y.
+// Explained tightly; the explanation is always "L in literal, or x != v, or
+// y != v" for the one value v in play (or, on an empty guard, "L anywhere"), and
+// the proof keeps just v.
+class literal_or_neq_propagator
+    : public literal_or_constraint_propagator<literal_or_neq_propagator,
+                                              tight_constraint_propagator> {
+ public:
+  class literal_or_neq_rule : public explanation_rule {
+   public:
+    literal_or_neq_rule(unsigned int value, small_model::iset literal, bool domain_rule)
+        : m_value(value), m_literal(literal), m_domain_rule(domain_rule) {}
+    std::unique_ptr<explanation_rule> clone() const override;
+    void get_explanation(std::vector<small_model::iset>& explanation) const override;
+    // "LIT_OR_NEQ({" literal "}," v ")", or "LIT_OR_NEQ_DOM".
+    void print(std::ostream& os, const variable_print_strategy& strategy,
+               const std::vector<unsigned int>& variables) const override;
+
+   private:
+    unsigned int m_value;  // meaningless with m_domain_rule
+    small_model::iset m_literal;
+    bool m_domain_rule;
+  };
+
+  explicit literal_or_neq_propagator(small_model::iset literal)
+      : literal_or_constraint_propagator(literal) {}
+
+  // Finalization watches, as the disequality has them; none when x and y are
+  // already apart.
+  [[nodiscard]] result_type init_non_literal_part(constraint_runtime_info& info) override;
+  [[nodiscard]] result_type propagate_non_literal_part(constraint_runtime_info& info) override;
+  result_type state_of_non_literal_part(const constraint_runtime_info& info) const override;
+  void print_non_literal_part(std::ostream& os, const constraint_runtime_info* info) const override;
+  bool constraint_check_non_literal_part(const constraint_runtime_info& info) const override;
+  std::unique_ptr<explanation_rule> rule(const literal_vector& explanation) const override;
+};
+
+extern template class literal_or_constraint_propagator<literal_or_neq_propagator,
+                                                       tight_constraint_propagator>;
 
 }  // namespace zelk
 

@@ -64,17 +64,13 @@ void add_constraint_on_distinct(solver& s, std::unique_ptr<constraint_propagator
 
 void post_literal_or_difference_ge(solver& s, iset literal, int constant, unsigned int r,
                                    unsigned int a, unsigned int b) {
-  auto p = std::make_unique<difference_ge_or_clause_propagator>(constant);
-  p->update_literals() = {literal};
-  add_constraint_on_distinct(s, std::move(p), {a, b, r});
+  add_constraint_on_distinct(
+      s, std::make_unique<literal_or_difference_ge_propagator>(literal, constant), {r, a, b});
 }
 
 void post_literal_or_equal(solver& s, iset literal, unsigned int r, unsigned int a,
                            unsigned int b) {
-  auto p = std::make_unique<disjoint_propagator<equal_propagator, clause_propagation_algo>>(
-      equal_propagator());
-  p->update_literals() = {literal};
-  add_constraint_on_distinct(s, std::move(p), {a, b, r});
+  add_constraint_on_distinct(s, std::make_unique<literal_or_equal_propagator>(literal), {r, a, b});
 }
 
 namespace {

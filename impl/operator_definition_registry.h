@@ -121,8 +121,8 @@ eval_type swap_eval(eval_type eval);
 void add_constraint_on_distinct(solver& s, std::unique_ptr<constraint_propagator> propagator,
                                 std::vector<unsigned int> params);
 
-// The disjunctions "r in literal, or ..." over propagators the engine has: the
-// literal is the clause half of a disjoint propagator.
+// The half-reified comparisons "r in literal, or ...", as literal-guarded
+// propagators on (r, a, b).
 void post_literal_or_difference_ge(solver& s, small_model::iset literal, int constant,
                                    unsigned int r, unsigned int a, unsigned int b);
 void post_literal_or_equal(solver& s, small_model::iset literal, unsigned int r, unsigned int a,

@@ -142,6 +142,55 @@ TEST(learning, explanations_given_during_analysis_are_implied) {
   EXPECT_EQ(report.faults, 0u) << report.first_fault;
 }
 
+// Reified comparisons, the guarded propagators among them, under each analysis
+// option of the command line on its own: -m, -j 0, -j 1, -J, -A -g, and a checked
+// proof; explanations checked by brute force on the way (combination off, since
+// the wrapper hides the propagator's type).
+TEST(learning, reified_comparisons_agree_under_every_analysis_option) {
+  std::vector<options> variants(7);
+  variants[1].combine = false;
+  variants[2].relaxation_mode = 0;
+  variants[3].relaxation_mode = 1;
+  variants[4].relax_cause = true;
+  variants[5].augment = false, variants[5].ages = false;
+  variants[6].proof = true;
+  explanation_tester::report report;
+  for (unsigned int seed = 3000; seed < 3250; ++seed) {
+    const model m = random_comparison_model(seed);
+    for (const options& o : variants) {
+      check_run(m, o, seed);
+      if (testing::Test::HasFatalFailure()) return;
+    }
+    options wrapped;
+    wrapped.combine = false;
+    check_run(m, wrapped, seed, &report);
+    if (testing::Test::HasFatalFailure()) return;
+  }
+  EXPECT_GT(report.checked, 100u);
+  EXPECT_EQ(report.faults, 0u) << report.first_fault;
+}
+
+// Resolving a guarded difference with a difference leaves one literal and a
+// difference: combination must learn guarded forms, not only clauses.
+TEST(learning, combination_learns_guarded_comparisons) {
+  unsigned int guarded = 0;
+  for (unsigned int seed = 3000; seed < 3250; ++seed) {
+    const model m = random_comparison_model(seed);
+    solver s;
+    m.build(s);
+    options().apply(s);
+    s.erase_after_backtracks = 1u << 30;
+    std::ostringstream out;
+    (void)s.solve(&out);
+    for (unsigned int c = unsigned(m.items.size()); c < s.num_constraints(); ++c) {
+      const constraint_propagator* p = s.propagator(c);
+      guarded += dynamic_cast<const literal_or_difference_ge_propagator*>(p) ||
+                 dynamic_cast<const literal_or_equal_propagator*>(p);
+    }
+  }
+  EXPECT_GT(guarded, 0u);
+}
+
 TEST(learning, learning_cuts_the_search_of_a_pigeonhole) {
   // 6 pigeons into 5 holes as clauses: every analysis learns.
   const unsigned int pigeons = 6, holes = 5;

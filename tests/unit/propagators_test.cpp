@@ -3,6 +3,7 @@
 // implied by its two inputs. A new family is one more row in a table.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <functional>
 #include <memory>
@@ -243,6 +244,84 @@ long long power(int x, int y) {
   return p > 31 ? -1 : p;
 }
 
+// The guard's value watches on a recording view: after init, each held watch sits
+// on a value of L inside (the literal_or form, the iff form's first) or outside
+// (the iff form's second) the literal; after L narrows, a CONSISTENT run keeps
+// that so, and a watch moves only when its value has gone. After forget_watches
+// no null handle is ever released (the view refuses a release it never gave). A
+// literal_or guard inside its literal at init needs no watch at all.
+bool guard_watches_follow(const instance& k, const outcome&, std::mt19937& g, const std::string& where,
+                          const iset& literal, bool iff) {
+  if (any_empty(k.d)) return false;
+  std::unique_ptr<constraint_propagator> copy = k.p->clone();
+  recording_info view(k.d);
+  if (copy->init(view) == propagation_types::UNSAT) return false;
+  if (!iff && k.d[0].subset_of(literal)) {  // holds for good: not even the relation is watched
+    EXPECT_TRUE(view.watches.empty() && view.value_watches.empty()) << where;
+    return false;
+  }
+  const auto watches_sit_right = [&](const std::string& when) {
+    const iset d = view.domain(0);
+    int inside = 0;
+    for (const auto& [param, value] : view.value_watches) {
+      EXPECT_EQ(param, 0u) << when << where;
+      EXPECT_TRUE(d.contains(value)) << when << " value " << value << where;
+      inside += literal.contains(value);
+    }
+    const int count = int(view.value_watches.size());
+    EXPECT_EQ(inside, iff ? count / 2 : count) << when << where;
+  };
+  const bool undecided = k.d[0].intersects(literal) && !k.d[0].subset_of(literal);
+  if (undecided) watches_sit_right("after init: ");
+  const std::vector<std::pair<unsigned, int>> before = view.value_watches;
+  const iset narrowed = random_subset(g, k.d[0], true);
+  view.domains()[0] = narrowed;
+  const result_type r = copy->propagate(view);
+  const iset d = view.domain(0);
+  if (r == propagation_types::CONSISTENT && d.intersects(literal) && !d.subset_of(literal)) {
+    watches_sit_right("after narrowing: ");
+    for (const auto& w : before) {
+      const bool kept = std::find(view.value_watches.begin(), view.value_watches.end(), w) != view.value_watches.end();
+      EXPECT_TRUE(kept || !narrowed.contains(w.second)) << "moved a watch on " << w.second << where;
+    }
+  }
+  copy->forget_watches();
+  EXPECT_EQ(copy->count_watches(), 0u) << where;
+  view.domains() = k.d;
+  view.domains()[0] = random_subset(g, k.d[0], true);
+  (void)copy->propagate(view);
+  return undecided;
+}
+
+// L somewhere in 0..4 (sometimes 0..1), its literal any subset, sometimes empty
+// or covering; x and y in narrow windows, where equal single values are common.
+domain_list guarded_domains(std::mt19937& g, int round, iset& literal) {
+  const int top = round % 3 ? 4 : 1;
+  literal = random_subset(g, iset::clipped_range(0, top));
+  domain_list d{random_domain(g, top, top, true)};
+  const domain_list xy = narrow_or_wide(g, round);
+  d.insert(d.end(), xy.begin(), xy.end());
+  return d;
+}
+
+template <class P>
+instance guarded_instance(std::mt19937& g, int round, std::function<bool(int, int)> holds,
+                          std::function<std::unique_ptr<constraint_propagator>(iset)> make, bool iff,
+                          bool with_rule = false, bool simplify = false) {
+  iset literal;
+  const domain_list d = guarded_domains(g, round, literal);
+  const relation rel = iff ? relation([=](const assignment& v) { return literal.contains(v[0]) == holds(v[1], v[2]); })
+                           : relation([=](const assignment& v) { return literal.contains(v[0]) || holds(v[1], v[2]); });
+  return exact_unless_empty({make(literal), d, rel}, {.random_literals = true, .run_init = round % 3 == 0},
+                            [=](const instance& k, const outcome& out, std::mt19937& gen, const std::string& where) {
+                              // Counted: the rules tried where there is a rule, else the undecided guards.
+                              const bool ruled = with_rule && rules_hold(k, out, gen, where);
+                              if (simplify) simplifies(k, out, gen, where);
+                              const bool undecided = guard_watches_follow(k, out, gen, where, literal, iff);
+                              return with_rule ? ruled : undecided;
+                            });
+}
+
 template <class P> instance random_clause_instance(std::mt19937& g, checks c) {
   const clause_instance k = random_clause(g);
   return {std::make_unique<P>(k.literals), k.domains, clause_relation(k.literals), c};
@@ -401,6 +480,29 @@ const family<instance> families[] = {
            {std::make_unique<difference_neq_constant_propagator>(int(c)), narrow_or_wide(g, round),
             [c](const assignment& v) { return (long long)v[0] - v[1] != c; }},
            {.random_literals = true, .run_init = round % 3 == 0}, consistent_only_when_open);
+     }},
+    // The guarded relations: domain consistent on non-empty domains; the guard is
+    // cut to its literal only when the relation fails, and its watches follow it.
+    {"literal_or_equal", 71, 3000, 1000, 500, [](std::mt19937& g, int round) {
+       return guarded_instance<literal_or_equal_propagator>(
+           g, round, [](int x, int y) { return x == y; },
+           [](iset l) { return std::make_unique<literal_or_equal_propagator>(l); }, false);
+     }},
+    {"literal_or_neq", 72, 6000, 600, 150, [](std::mt19937& g, int round) {
+       return guarded_instance<literal_or_neq_propagator>(
+           g, round, [](int x, int y) { return x != y; },
+           [](iset l) { return std::make_unique<literal_or_neq_propagator>(l); }, false, true);
+     }},
+    {"literal_or_difference_ge", 73, 4000, 1000, 500, [](std::mt19937& g, int round) {
+       const int c = round % 10 == 0 ? int(g() % 80) - 40 : int(g() % 13) - 6;
+       return guarded_instance<literal_or_difference_ge_propagator>(
+           g, round, [c](int x, int y) { return (long long)x - y >= c; },
+           [c](iset l) { return std::make_unique<literal_or_difference_ge_propagator>(l, c); }, false, false, true);
+     }},
+    {"literal_iff_less_than", 74, 3000, 1000, 500, [](std::mt19937& g, int round) {
+       return guarded_instance<literal_iff_less_than_propagator>(
+           g, round, [](int x, int y) { return x < y; },
+           [](iset l) { return std::make_unique<literal_iff_less_than_propagator>(l); }, true);
      }},
     {"bound_sums", 101, 6000, 100, 0, [](std::mt19937& g, int round) {
        domain_list d{random_domain(g, 31, 12, true)};
@@ -649,6 +751,14 @@ std::unique_ptr<constraint_propagator> random_side(std::mt19937& g, unsigned kin
   return std::make_unique<clause_propagator>(lits);
 }
 
+// As random_side, and kind 3 a guarded difference, its literal first.
+std::unique_ptr<constraint_propagator> random_guarded_side(std::mt19937& g, unsigned kind, unsigned& arity) {
+  if (kind != 3) return random_side(g, kind, 1 + g() % 2, arity);
+  arity = 3;
+  const iset literal = random_domain(g, 5, 3);
+  return std::make_unique<literal_or_difference_ge_propagator>(literal, int(g() % 13) - 6);
+}
+
 const family<pair_instance> combination_families[] = {
     // The middle pivot in either orientation (transitivity), the circular pair, any sharing.
     {"differences", 21, 600, 0, 100, [](std::mt19937& g, int round) {
@@ -766,6 +876,34 @@ const family<pair_instance> combination_families[] = {
        if (shared.empty() || !k.left->may_combine(*k.right)) return pair_instance{};
        k.pivot = shared[g() % shared.size()];
        k.pivot_may_stay = lk == 2 || (lk == 1 && k.map[k.pivot] >= 2);
+       return k;
+     }},
+    // A guarded difference on one side at least, against any of those: it combines
+    // like a difference, and a resolvent with one literal left is guarded again.
+    {"guarded_differences", 42, 3000, 0, 300, [](std::mt19937& g, int round) {
+       pair_instance k;
+       const unsigned lk = round % 2 ? 3 : g() % 4, rk = lk == 3 ? g() % 4 : 3;
+       k.left = random_guarded_side(g, lk, k.left_arity);
+       k.right = random_guarded_side(g, rk, k.right_arity);
+       k.left_domains = random_domains(g, k.left_arity, 12, 8);
+       k.right_domains = random_domains(g, k.right_arity, 12, 8);
+       k.separate();
+       std::vector<bool> used(k.left_arity, false);
+       for (unsigned j = 0; j < k.right_arity; ++j) {
+         const unsigned i = g() % k.left_arity;
+         if (g() % 2 && !used[i]) used[i] = true, k.map[j] = i;
+       }
+       if (lk != 2 && rk != 2 && g() % 2) {  // a - b on the left meets b - z
+         k.separate();
+         k.map[rk == 3 ? 1 : 0] = lk == 3 ? 2 : 1;
+       }
+       std::vector<unsigned> shared;
+       for (unsigned j = 0; j < k.right_arity; ++j)
+         if (k.map[j] < k.left_arity) shared.push_back(j);
+       if (shared.empty() || !k.left->may_combine(*k.right)) return pair_instance{};
+       k.pivot = shared[g() % shared.size()];
+       const unsigned at = k.map[k.pivot];
+       k.pivot_may_stay = lk == 2 || (lk == 1 && at >= 2) || (lk == 3 && at == 0);
        return k;
      }},
 };

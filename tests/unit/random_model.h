@@ -12,6 +12,8 @@
 
 #include "impl/arithmetic_propagators.h"
 #include "impl/clause_propagator.h"
+#include "impl/comparison_propagators.h"
+#include "impl/neq_propagators.h"
 #include "impl/constraint_explicit_info.h"
 #include "impl/solver.h"
 #include "unit/explanation_tester.h"
@@ -24,11 +26,15 @@ using iset = small_model::iset;
 // A model description that can be built into any number of solvers.
 struct model {
   struct item {
-    enum kind_type { CLAUSE, LINEAR, LE_SUM, GE_SUM, SUM_WRAP, SUM_MOD } kind;
+    enum kind_type {
+      CLAUSE, LINEAR, LE_SUM, GE_SUM, SUM_WRAP, SUM_MOD,
+      // comparisons, the guarded ones on (L, x, y) with the guard's literal first
+      DIFF_GE, LIT_OR_EQUAL, LIT_OR_NEQ, LIT_OR_DIFF_GE, LIT_IFF_LESS
+    } kind;
     std::vector<unsigned int> vars;
-    std::vector<iset> literals;      // CLAUSE
+    std::vector<iset> literals;      // CLAUSE; the guard's literal
     std::vector<int> coefficients;   // LINEAR
-    int constant = 0;                // LINEAR, SUM_MOD result
+    int constant = 0;                // LINEAR, SUM_MOD result, differences
   };
   std::vector<iset> domains;
   std::vector<item> items;
@@ -42,6 +48,12 @@ struct model {
       case item::GE_SUM: return std::make_unique<greater_equal_sum_propagator>();
       case item::SUM_WRAP: return std::make_unique<sum_wrap_propagator>();
       case item::SUM_MOD: return std::make_unique<sum_mod_propagator>(2, it.constant);
+      case item::DIFF_GE: return std::make_unique<difference_ge_propagator>(it.constant);
+      case item::LIT_OR_EQUAL: return std::make_unique<literal_or_equal_propagator>(it.literals[0]);
+      case item::LIT_OR_NEQ: return std::make_unique<literal_or_neq_propagator>(it.literals[0]);
+      case item::LIT_OR_DIFF_GE:
+        return std::make_unique<literal_or_difference_ge_propagator>(it.literals[0], it.constant);
+      case item::LIT_IFF_LESS: return std::make_unique<literal_iff_less_than_propagator>(it.literals[0]);
     }
     return nullptr;
   }
@@ -158,6 +170,78 @@ inline model random_model(unsigned int seed, bool tiny = false) {
       it.constant = std::rand() % 2;
     }
     m.items.push_back(it);
+  }
+  return m;
+}
+
+// Reified comparisons of a few small integers through booleans, as the model layer
+// posts them: b = (x - y >= c) as two guarded differences, half-reified equalities
+// and disequalities, b = (x < y), plain differences, and clauses on the booleans.
+// Analysis resolves the guarded differences with each other and with the
+// differences, so that combination builds guarded forms of its own.
+inline model random_comparison_model(unsigned int seed) {
+  std::srand(seed);
+  model m;
+  const unsigned int ints = 5, bools = 3 + std::rand() % 2;
+  for (unsigned int i = 0; i < ints; ++i) {
+    iset d;
+    while (d.size() < 3)
+      for (int v = 0; v < 5; ++v)
+        if (std::rand() % 4) d.insert(v);
+    m.domains.push_back(d);
+  }
+  for (unsigned int i = 0; i < bools; ++i) m.domains.push_back(iset::clipped_range(0, 1));
+  const auto any_int = [&] { return unsigned(std::rand()) % ints; };
+  const auto any_bool = [&] { return ints + unsigned(std::rand()) % bools; };
+  const auto guarded = [&](model::item::kind_type kind, unsigned int b, int literal, unsigned int x,
+                           unsigned int y, int c) {
+    model::item it;
+    it.kind = kind;
+    it.vars = {b, x, y};
+    it.literals = {iset::singleton(literal)};
+    it.constant = c;
+    m.items.push_back(it);
+  };
+  const unsigned int count = 8 + std::rand() % 7;
+  for (unsigned int k = 0; k < count; ++k) {
+    const unsigned int x = any_int();
+    unsigned int y = any_int();
+    while (y == x) y = any_int();
+    const unsigned int b = any_bool();
+    const int c = std::rand() % 5 - 2;
+    switch (std::rand() % 7) {
+      case 0:  // b = (x - y >= c)
+      case 1:
+      case 5:
+        guarded(model::item::LIT_OR_DIFF_GE, b, 0, x, y, c);
+        guarded(model::item::LIT_OR_DIFF_GE, b, 1, y, x, 1 - c);
+        break;
+      case 2:  // b = 1 implies x = y, or x != y
+        guarded(std::rand() % 2 ? model::item::LIT_OR_EQUAL : model::item::LIT_OR_NEQ, b,
+                std::rand() % 2, x, y, 0);
+        break;
+      case 3:
+        guarded(model::item::LIT_IFF_LESS, b, std::rand() % 2, x, y, 0);
+        break;
+      case 4: {
+        model::item it;
+        it.kind = model::item::DIFF_GE;
+        it.vars = {x, y};
+        it.constant = c - 2;
+        m.items.push_back(it);
+        break;
+      }
+      default: {
+        model::item it;
+        it.kind = model::item::CLAUSE;
+        it.vars = {b};
+        for (unsigned int other = any_bool(); other != b && it.vars.size() < 3; other = any_bool())
+          it.vars.push_back(other);
+        for (std::size_t i = 0; i < it.vars.size(); ++i)
+          it.literals.push_back(iset::singleton(std::rand() % 2));
+        m.items.push_back(it);
+      }
+    }
   }
   return m;
 }
