@@ -182,10 +182,16 @@ def expr_text(e, formal):
 
 
 # ---- value ranges, as zelk's loader sees them -----------------------------------------
+# zelk refuses a sum that can exceed 31 and a difference that can be negative (outside
+# abs), judged on the domains of the operands; a compound operand lives in an auxiliary
+# variable over 0..31, and add(X,X) becomes a product, which it does not propagate yet.
 
-def int_range(e, ranges, under_abs=False):
-    """(lo, hi, fits): bounds of an integer expression and whether every sum stays at
-    most 31 and every difference outside abs at least 0."""
+def is_leaf(e):
+    return e[0] in ("int", "par")
+
+
+def int_range(e, ranges):
+    """(lo, hi, fits): bounds of an integer expression, and whether zelk takes it."""
     if e[0] == "int":
         return e[1], e[1], True
     if e[0] == "par":
@@ -193,21 +199,29 @@ def int_range(e, ranges, under_abs=False):
         return lo, hi, True
     op, args = e
     if op == "if":
-        fits = bool_fits(args[0], ranges)
         a, b = int_range(args[1], ranges), int_range(args[2], ranges)
-        return min(a[0], b[0]), max(a[1], b[1]), fits and a[2] and b[2]
+        return min(a[0], b[0]), max(a[1], b[1]), bool_fits(args[0], ranges) and a[2] and b[2]
     if op == "abs":
-        lo, hi, fits = int_range(args[0], ranges, True)
+        lo, hi, fits = args[0][0] == "sub" and difference_range(args[0], ranges)
         if lo >= 0:
             return lo, hi, fits
         if hi <= 0:
             return -hi, -lo, fits
         return 0, max(-lo, hi), fits
     a, b = int_range(args[0], ranges), int_range(args[1], ranges)
+    seen = [(a[0], a[1]) if is_leaf(args[0]) else (0, 31),
+            (b[0], b[1]) if is_leaf(args[1]) else (0, 31)]
     if op == "add":
-        return a[0] + b[0], a[1] + b[1], a[2] and b[2] and a[1] + b[1] <= 31
-    lo, hi = a[0] - b[1], a[1] - b[0]
-    return lo, hi, a[2] and b[2] and (under_abs or lo >= 0)
+        same = args[0] == args[1] and args[0][0] == "par"
+        return (a[0] + b[0], a[1] + b[1],
+                a[2] and b[2] and not same and seen[0][1] + seen[1][1] <= 31)
+    lo, hi, fits = difference_range(e, ranges)
+    return lo, hi, fits and (seen[0][0] >= seen[1][1] or args[0] == args[1])
+
+
+def difference_range(e, ranges):
+    a, b = int_range(e[1][0], ranges), int_range(e[1][1], ranges)
+    return a[0] - b[1], a[1] - b[0], a[2] and b[2]
 
 
 def bool_fits(e, ranges):
@@ -232,38 +246,50 @@ def near_constant(rng, ranges):
     return rng.randint(lo, min(31, hi + 1))
 
 
+def gen_leaf(rng, ranges):
+    if rng.random() < 0.8:
+        i = rng.randrange(len(ranges))
+        return ("par", i), ranges[i][0], ranges[i][1]
+    v = near_constant(rng, ranges)
+    return ("int", v), v, v
+
+
+def gen_operand(rng, depth, ranges):
+    """Mostly a leaf: zelk takes a compound operand of add or sub as 0..31."""
+    return gen_leaf(rng, ranges) if rng.random() < 0.85 else gen_int(rng, depth, ranges)
+
+
 def gen_int(rng, depth, ranges):
     """(expression, lo, hi), keeping sums and differences in range most of the time."""
-    k = len(ranges)
     if depth <= 0 or rng.random() < 0.35:
-        if rng.random() < 0.8:
-            i = rng.randrange(k)
-            return ("par", i), ranges[i][0], ranges[i][1]
-        v = near_constant(rng, ranges)
-        return ("int", v), v, v
+        return gen_leaf(rng, ranges)
     r = rng.random()
     if r < 0.35:
-        a, alo, ahi = gen_int(rng, depth - 1, ranges)
-        b, blo, bhi = gen_int(rng, depth - 1, ranges)
-        if ahi + bhi > 31 and rng.random() < 0.9 and ahi <= 31:
+        a, alo, ahi = gen_operand(rng, depth - 1, ranges)
+        b, blo, bhi = gen_operand(rng, depth - 1, ranges)
+        if rng.random() < 0.9 and ahi <= 31 and (ahi + bhi > 31 or a == b):
             v = rng.randint(0, min(6, 31 - ahi))
             b, blo, bhi = ("int", v), v, v
         return ("add", [a, b]), alo + blo, ahi + bhi
     if r < 0.6:
-        b, blo, bhi = gen_int(rng, depth - 1, ranges)
-        a, alo, ahi = gen_int(rng, depth - 1, ranges)
+        a, alo, ahi = gen_operand(rng, depth - 1, ranges)
+        b, blo, bhi = gen_operand(rng, depth - 1, ranges)
         if alo < bhi and rng.random() < 0.9:
-            shift = bhi - alo + rng.randint(0, 1)
-            if ahi + shift <= 31:
-                a, alo, ahi = ("add", [a, ("int", shift)]), alo + shift, ahi + shift
+            below = [i for i, (lo, hi) in enumerate(ranges) if hi <= alo and ("par", i) != a]
+            if below and rng.random() < 0.6:
+                i = rng.choice(below)
+                b, blo, bhi = ("par", i), ranges[i][0], ranges[i][1]
+            elif alo >= 0 and rng.random() < 0.7:
+                v = rng.randint(0, min(alo, 31))
+                b, blo, bhi = ("int", v), v, v
             else:
                 e = ("abs", [("sub", [a, b])])
                 lo, hi, _ = int_range(e, ranges)
                 return e, lo, hi
         return ("sub", [a, b]), alo - bhi, ahi - blo
     if r < 0.8:
-        a = gen_int(rng, depth - 1, ranges)[0]
-        b = gen_int(rng, depth - 1, ranges)[0]
+        a = gen_operand(rng, depth - 1, ranges)[0]
+        b = gen_operand(rng, depth - 1, ranges)[0]
         e = ("abs", [("sub", [a, b])])
         lo, hi, _ = int_range(e, ranges)
         return e, lo, hi
@@ -329,6 +355,12 @@ def gen_intension(rng, doc):
         expr = gen_bool(rng, rng.randint(1, 3), ranges)
         if bool_fits(expr, ranges) or rng.random() < 0.05:
             break
+    if rng.random() < 0.04:
+        # a value outside 0..31: refused, or else answered in plain arithmetic
+        i = rng.randrange(k)
+        leaving = rng.choice([("sub", [("int", ranges[i][0]), ("par", i)]),
+                              ("add", [("par", i), ("int", 31 - ranges[i][1] + 1)])])
+        expr = (rng.choice(CMP_OPS), [leaving, gen_leaf(rng, ranges)[0]])
     r = rng.random()
     if r < 0.6:
         formal = ["P%d" % i for i in range(k)]
@@ -478,12 +510,9 @@ def add_objective(rng, doc):
                     kind="wsum", terms=[(1, obj)] + [(-k, v) for k, v in terms], op=op,
                     bound=0))
             else:
-                # obj = k1*x (+ x2) written as an intension
+                # obj = x1 (+ x2) written as an intension
                 body = ("add", [("par", 1), ("par", 2)]) if len(terms) == 2 else ("par", 1)
                 args = [("var", obj)] + [("var", v) for _, v in terms]
-                if any(k != 1 for k, _ in terms):
-                    body = ("add", [("par", 1), ("par", 1)]) if len(terms) == 1 else body
-                    args = [("var", obj)] + [("var", terms[0][1])] * (len(args) - 1)
                 doc.predicates.append((["P%d" % i for i in range(len(args))],
                                        ("eq", [("par", 0), body])))
                 doc.constraints.insert(rng.randint(0, len(doc.constraints)), dict(
@@ -665,7 +694,7 @@ def check_run(doc, expected, solutions, p, path, opts, args):
         c = subprocess.run([sys.executable, args.checker, path], input=p.stdout,
                            capture_output=True, text=True)
         if c.returncode != 0:
-            problems.append("zelk %s: xcsp_checker: %s" % (label, (c.stdout + c.stderr)
+            problems.append("zelk %s: %s" % (label, (c.stdout + c.stderr)
                                                            .strip()[:300]))
         if models and models[-1] not in set(full):
             problems.append("zelk %s: last model %s is not a solution" % (label, models[-1]))
