@@ -40,6 +40,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
 ALL_SOLUTIONS = ["-d"]
+MAX_ENUMERATED = 400   # each solution found adds a clause: thousands take long with -d
 RUN_TIMEOUT = 30.0
 MAX_REFUSED_SHARE = 0.25
 VAR_NAMES = ["X", "Y", "Z", "x1", "x2", "q0", "q1", "s0_1", "V", "w_2", "a", "b", "T", "u9",
@@ -435,6 +436,29 @@ def gen_extension(rng, doc):
     return dict(kind="ext", rel=gen_relation(rng, doc, scope), scope=scope)
 
 
+def gen_ne_clique(rng, doc):
+    """Pairwise disequalities over 3 or 4 variables, each written in one of the forms
+    the loader turns into a disequality, so that all-different detection has work.
+    Returns the constraints."""
+    n = len(doc.variables)
+    group = rng.sample(range(n), rng.randint(3, min(4, n)))
+    out = []
+    for x, y in itertools.combinations(group, 2):
+        form = rng.random()
+        if form < 0.4:
+            doc.predicates.append((["P0", "P1"], ("ne", [("par", 0), ("par", 1)])))
+            out.append(dict(kind="int", pred=len(doc.predicates) - 1,
+                            args=[("var", x), ("var", y)]))
+        else:
+            s = sorted(set(doc.values(x)) | set(doc.values(y)))
+            if form < 0.7:
+                doc.relations.append((2, "conflicts", [(v, v) for v in s]))
+            else:
+                doc.relations.append((2, "supports", [(a, b) for a in s for b in s if a != b]))
+            out.append(dict(kind="ext", rel=len(doc.relations) - 1, scope=[x, y]))
+    return out
+
+
 def gen_alldiff(rng, doc):
     n = len(doc.variables)
     scope = rng.sample(range(n), rng.randint(2, min(4, n)))
@@ -535,6 +559,8 @@ def generate(seed):
     if rng.random() < 0.05:
         doc.dummies = rng.randint(1, 2)
     weights = [("ext", 0.4), ("int", 0.35), ("alldiff", 0.1), ("wsum", 0.15)]
+    if n >= 3 and rng.random() < 0.08:
+        doc.constraints += gen_ne_clique(rng, doc)
     for _ in range(rng.randint(1, n + 1)):
         kind = rng.choices([k for k, _ in weights], [w for _, w in weights])[0]
         doc.constraints.append({"ext": gen_extension, "int": gen_intension,
@@ -720,7 +746,7 @@ def test_document(seed, doc, args, tmpdir, tag=None):
     solutions = brute_force(doc)
     expected = expected_answer(doc, solutions)
     option_sets = list(OPTION_SETS)
-    if doc.objective is None:
+    if doc.objective is None and len(solutions) <= MAX_ENUMERATED:
         option_sets.append(ALL_SOLUTIONS)
     problems = []
     refused = 0
@@ -883,9 +909,9 @@ def main():
                   % (os.path.abspath(__file__), args.zelk, args.checker, seed))
     finally:
         shutil.rmtree(tmpdir, ignore_errors=True)
-    print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d without "
-          "objective), %.1f s" % (len(seeds), seeds[0], seeds[-1], len(OPTION_SETS),
-                                  time.monotonic() - t0))
+    print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d for up to "
+          "%d solutions), %.1f s" % (len(seeds), seeds[0], seeds[-1], len(OPTION_SETS),
+                                  MAX_ENUMERATED, time.monotonic() - t0))
     print("refused (s UNSUPPORTED): %d documents, %d of %d runs"
           % (refused_docs, refused_runs, runs))
     too_many = refused_docs > MAX_REFUSED_SHARE * len(seeds)
