@@ -75,7 +75,7 @@ class Document:
             for kind, x in c["args"]:
                 if kind == "var" and x not in seen:
                     seen.append(x)
-            return c.get("scope_order", lambda s: s)(seen)
+            return seen[::-1] if c.get("reversed_scope") else seen
         if c["kind"] == "wsum":
             seen = []
             for _, v in c["terms"]:
@@ -203,7 +203,7 @@ def int_range(e, ranges):
         a, b = int_range(args[1], ranges), int_range(args[2], ranges)
         return min(a[0], b[0]), max(a[1], b[1]), bool_fits(args[0], ranges) and a[2] and b[2]
     if op == "abs":
-        lo, hi, fits = args[0][0] == "sub" and difference_range(args[0], ranges)
+        lo, hi, fits = difference_range(args[0], ranges)     # abs only of a difference
         if lo >= 0:
             return lo, hi, fits
         if hi <= 0:
@@ -374,7 +374,7 @@ def gen_intension(rng, doc):
     doc.predicates.append((formal, expr))
     c = dict(kind="int", pred=len(doc.predicates) - 1, args=args)
     if rng.random() < 0.3:
-        c["scope_order"] = lambda s: list(reversed(s))
+        c["reversed_scope"] = True             # a scope in any order names the same
     return c
 
 
@@ -490,7 +490,10 @@ def gen_wsum(rng, doc):
     return dict(kind="wsum", terms=terms, op=op, bound=bound)
 
 
-def gen_domain(rng):
+def gen_domain(rng, large):
+    if large:
+        lo = rng.randint(0, 3)
+        return sorted(rng.sample(range(lo, lo + 9), rng.randint(4, 8)))
     if rng.random() < 0.08:
         return [rng.randint(0, 6)]
     r = rng.random()
@@ -544,24 +547,26 @@ def add_objective(rng, doc):
     doc.objective = (obj, minimize, rng.randint(0, len(doc.constraints)))
 
 
-def generate(seed):
+def generate(seed, large=False):
+    """The document of a seed; large ones have more variables, values and constraints,
+    so that the search meets more conflicts (brute force then takes a while)."""
     rng = random.Random(seed)
     doc = Document()
-    n = rng.randint(2, 6)
+    n = rng.randint(4, 8) if large else rng.randint(2, 6)
     for _ in range(rng.randint(1, min(3, n))):
-        doc.domains.append(gen_domain(rng))
+        doc.domains.append(gen_domain(rng, large))
     names = rng.sample(VAR_NAMES, n)
     for i in range(n):
         doc.variables.append((names[i], rng.randrange(len(doc.domains)) if i else 0))
-    # keep brute force instant: at most ~40000 assignments
-    while prod(len(doc.values(v)) for v in range(n)) > 40000:
+    # keep brute force instant: at most ~40000 assignments (large: ~4 million)
+    while prod(len(doc.values(v)) for v in range(n)) > (4000000 if large else 40000):
         doc.domains = [d[:max(1, len(d) - 1)] for d in doc.domains]
     if rng.random() < 0.05:
         doc.dummies = rng.randint(1, 2)
     weights = [("ext", 0.4), ("int", 0.35), ("alldiff", 0.1), ("wsum", 0.15)]
     if n >= 3 and rng.random() < 0.08:
         doc.constraints += gen_ne_clique(rng, doc)
-    for _ in range(rng.randint(1, n + 1)):
+    for _ in range(rng.randint(n // 2, n + 2) if large else rng.randint(1, n + 1)):
         kind = rng.choices([k for k, _ in weights], [w for _, w in weights])[0]
         doc.constraints.append({"ext": gen_extension, "int": gen_intension,
                                 "alldiff": gen_alldiff, "wsum": gen_wsum}[kind](rng, doc))
@@ -855,6 +860,7 @@ def main():
     ap.add_argument("--show", action="store_true", help="print each document")
     ap.add_argument("--shrink", action="store_true", help="shrink each failing document")
     ap.add_argument("--keep", default=None, help="write failing documents to this folder")
+    ap.add_argument("--large", action="store_true", help="larger documents, for long runs")
     ap.add_argument("--oracle-only", action="store_true", help="check brute force against "
                     "the checker, without running zelk")
     args = ap.parse_args()
@@ -872,7 +878,7 @@ def main():
     refused_docs = refused_runs = runs = 0
     try:
         def one(seed):
-            doc = generate(seed)
+            doc = generate(seed, args.large)
             if args.show:
                 print("---- seed %d\n%s" % (seed, doc.text()), end="")
             if args.oracle_only:
@@ -905,8 +911,9 @@ def main():
                 os.makedirs(args.keep, exist_ok=True)
                 with open(os.path.join(args.keep, "seed%d.xml" % seed), "w") as f:
                     f.write(doc.text())
-            print("  replay: python3 %s --zelk %s --checker %s --seed %d"
-                  % (os.path.abspath(__file__), args.zelk, args.checker, seed))
+            print("  replay: python3 %s --zelk %s --checker %s --seed %d%s"
+                  % (os.path.abspath(__file__), args.zelk, args.checker, seed,
+                     " --large" if args.large else ""))
     finally:
         shutil.rmtree(tmpdir, ignore_errors=True)
     print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d for up to "
