@@ -28,9 +28,11 @@ values, on which the same fault remains. Standard library only; the last line
 reads "N passed, N failed".
 """
 import argparse
+import collections
 import itertools
 import os
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -694,21 +696,23 @@ def run_zelk(args, seed, opts, path):
 
 
 def check_run(doc, expected, solutions, p, path, opts, args):
-    """(problems, refused) for one run of zelk."""
+    """(problems, reason of a refusal or None) for one run of zelk."""
     label = " ".join(opts) or "defaults"
     if p is None:
-        return ["zelk %s: no answer within %.0f s" % (label, RUN_TIMEOUT)], False
+        return ["zelk %s: no answer within %.0f s" % (label, RUN_TIMEOUT)], None
     if p.returncode != 0 or p.stderr.strip() or "Exception(" in p.stdout:
         return ["zelk %s: exit status %d, stderr %r, output tail %r"
-                % (label, p.returncode, p.stderr[-300:], p.stdout[-300:])], False
+                % (label, p.returncode, p.stderr[-300:], p.stdout[-300:])], None
     status, value, models = parse_zelk(p.stdout)
     if status == "UNSUPPORTED":
-        return [], True
+        lines = p.stdout.splitlines()
+        after = lines[lines.index("s UNSUPPORTED") + 1:] + [""]
+        return [], re.sub(r"\d+", "N", after[0][2:].strip()) or "no reason given"
     problems = []
     full = [s + (0,) * doc.dummies for s in solutions]
     if opts == ALL_SOLUTIONS:
         if status == "UNSAT" and not solutions:
-            return [], False
+            return [], None
         if status not in ("UNKNOWN", "SAT"):
             problems.append("zelk -d: status %s" % status)
         if len(set(models)) != len(models):
@@ -720,7 +724,7 @@ def check_run(doc, expected, solutions, p, path, opts, args):
             problems.append("zelk -d: %d solutions printed, brute force has %d; missing %s, "
                             "not solutions %s" % (len(set(models)), len(full),
                                                   sorted(missing)[:3], sorted(wrong)[:3]))
-        return problems, False
+        return problems, None
     if status in ("SAT", "OPTIMUM"):
         c = subprocess.run([sys.executable, args.checker, path], input=p.stdout,
                            capture_output=True, text=True)
@@ -735,7 +739,7 @@ def check_run(doc, expected, solutions, p, path, opts, args):
     elif answer != expected:
         problems.append("zelk %s says %s, brute force %s" % (label, answer_text(answer),
                                                              answer_text(expected)))
-    return problems, False
+    return problems, None
 
 
 def answer_text(ans):
@@ -743,7 +747,7 @@ def answer_text(ans):
 
 
 def test_document(seed, doc, args, tmpdir, tag=None):
-    """(problems, refused runs, runs) of one document."""
+    """(problems, reasons of the refused runs, runs) of one document."""
     tag = tag or "s%d" % seed
     path = os.path.join(tmpdir, tag + ".xml")
     with open(path, "w") as f:
@@ -754,12 +758,12 @@ def test_document(seed, doc, args, tmpdir, tag=None):
     if doc.objective is None and len(solutions) <= MAX_ENUMERATED:
         option_sets.append(ALL_SOLUTIONS)
     problems = []
-    refused = 0
+    refused = []
     for opts in option_sets:
         p = run_zelk(args, seed, opts, path)
-        probs, ref = check_run(doc, expected, solutions, p, path, opts, args)
+        probs, reason = check_run(doc, expected, solutions, p, path, opts, args)
         problems += probs
-        refused += ref
+        refused += [reason] if reason else []
     return problems, refused, len(option_sets)
 
 
@@ -785,7 +789,7 @@ def check_oracle(seed, doc, args, tmpdir):
                 "accepts" if c.returncode == 0 else "rejects", a,
                 "solution" if a in solutions else "no solution"))
             break
-    return problems, 0, 1
+    return problems, [], 1
 
 
 # ---- shrinking -------------------------------------------------------------------------
@@ -876,6 +880,7 @@ def main():
     tmpdir = tempfile.mkdtemp(prefix="xcsp_differential.")
     failures = []
     refused_docs = refused_runs = runs = 0
+    reasons = collections.Counter()
     try:
         def one(seed):
             doc = generate(seed, args.large)
@@ -888,8 +893,9 @@ def main():
         with ThreadPoolExecutor(max(1, args.jobs)) as pool:
             for seed, doc, problems, refused, n in pool.map(one, seeds):
                 runs += n
-                refused_runs += refused
-                refused_docs += refused > 0
+                refused_runs += len(refused)
+                refused_docs += bool(refused)
+                reasons.update(set(refused))
                 if problems:
                     failures.append((seed, doc, problems))
         for seed, doc, problems in failures:
@@ -921,6 +927,8 @@ def main():
                                   MAX_ENUMERATED, time.monotonic() - t0))
     print("refused (s UNSUPPORTED): %d documents, %d of %d runs"
           % (refused_docs, refused_runs, runs))
+    for reason, count in reasons.most_common():
+        print("  %4d documents: %s" % (count, reason))
     too_many = refused_docs > MAX_REFUSED_SHARE * len(seeds)
     if too_many:
         print("FAIL: more than a quarter of the documents refused")
