@@ -64,6 +64,7 @@ class Document:
         self.predicates = []       # (formal names, expression)
         self.constraints = []
         self.objective = None      # (variable, minimize, position among the constraints)
+        self.large = False         # looser relations, so that more of them fit
 
     def values(self, v):
         return self.domains[self.variables[v][1]]
@@ -328,7 +329,7 @@ def random_args(rng, doc, k):
     for _ in range(k):
         if rng.random() < 0.2:
             args.append(("const", rng.randint(0, 6)))
-        elif args and (rng.random() < 0.1 or not fresh):
+        elif args and (rng.random() < (0 if doc.large else 0.1) or not fresh):
             args.append(rng.choice(args))
         else:
             args.append(("var", fresh.pop()))
@@ -396,7 +397,7 @@ def gen_relation(rng, doc, scope):
     arity = len(scope)
     semantics = "supports" if rng.random() < 0.5 else "conflicts"
     tuples = set()
-    r = rng.random()
+    r = rng.random() if not doc.large else 0.5 + rng.random() / 2
     if r < 0.08:
         pass                                           # empty relation
     elif arity == 2 and r < 0.55:
@@ -418,9 +419,12 @@ def gen_relation(rng, doc, scope):
             else:
                 tuples.add((rng.randint(0, 7), rng.randint(0, 7)))
     else:
-        columns = [sorted(set(doc.values(v)) | ({rng.randint(0, 9)} if rng.random() < 0.3
+        extra = 0 if doc.large else 0.3
+        columns = [sorted(set(doc.values(v)) | ({rng.randint(0, 9)} if rng.random() < extra
                                                 else set())) for v in scope]
         density = rng.uniform(0.4, 0.9) if semantics == "supports" else rng.uniform(0.1, 0.5)
+        if doc.large:
+            density = rng.uniform(0.65, 0.8) if semantics == "supports" else rng.uniform(0.2, 0.35)
         tuples = {t for t in itertools.product(*columns) if rng.random() < density}
     doc.relations.append((arity, semantics, sorted(tuples)))
     return len(doc.relations) - 1
@@ -434,6 +438,8 @@ def gen_extension(rng, doc):
         if arity <= n:
             return dict(kind="ext", rel=r, scope=rng.sample(range(n), arity))
     arity = rng.choice([1, 2, 2, 2, 3]) if n >= 3 else rng.choice([1, 2, 2])
+    if doc.large:
+        arity = 2 if rng.random() < 0.9 else 3
     scope = rng.sample(range(n), arity)
     return dict(kind="ext", rel=gen_relation(rng, doc, scope), scope=scope)
 
@@ -485,6 +491,10 @@ def gen_wsum(rng, doc):
         terms.append((rng.choice([-1, 1, 2]), terms[0][1]))   # a variable twice
     op = "ne" if rng.random() < 0.02 else rng.choice(SUM_OPS)
     lo, hi = sum_bounds(doc, terms)
+    if doc.large:
+        op = rng.choice(["ge", "le"])
+        bound = (lo + hi) // 2 + rng.randint(-1, 1)
+        return dict(kind="wsum", terms=terms, op=op, bound=bound)
     if op == "eq" and rng.random() < 0.7:
         bound = sum(k * rng.choice(doc.values(v)) for k, v in terms)
     else:
@@ -495,7 +505,7 @@ def gen_wsum(rng, doc):
 def gen_domain(rng, large):
     if large:
         lo = rng.randint(0, 3)
-        return sorted(rng.sample(range(lo, lo + 9), rng.randint(4, 8)))
+        return sorted(rng.sample(range(lo, lo + 9), rng.randint(4, 6)))
     if rng.random() < 0.08:
         return [rng.randint(0, 6)]
     r = rng.random()
@@ -554,21 +564,24 @@ def generate(seed, large=False):
     so that the search meets more conflicts (brute force then takes a while)."""
     rng = random.Random(seed)
     doc = Document()
-    n = rng.randint(4, 8) if large else rng.randint(2, 6)
+    doc.large = large
+    n = rng.randint(6, 12) if large else rng.randint(2, 6)
     for _ in range(rng.randint(1, min(3, n))):
         doc.domains.append(gen_domain(rng, large))
     names = rng.sample(VAR_NAMES, n)
     for i in range(n):
         doc.variables.append((names[i], rng.randrange(len(doc.domains)) if i else 0))
-    # keep brute force instant: at most ~40000 assignments (large: ~4 million)
-    while prod(len(doc.values(v)) for v in range(n)) > (4000000 if large else 40000):
+    # keep brute force instant: at most ~40000 assignments (large: pruning has to do)
+    while not large and prod(len(doc.values(v)) for v in range(n)) > 40000:
         doc.domains = [d[:max(1, len(d) - 1)] for d in doc.domains]
     if rng.random() < 0.05:
         doc.dummies = rng.randint(1, 2)
     weights = [("ext", 0.4), ("int", 0.35), ("alldiff", 0.1), ("wsum", 0.15)]
     if n >= 3 and rng.random() < 0.08:
         doc.constraints += gen_ne_clique(rng, doc)
-    for _ in range(rng.randint(n // 2, n + 2) if large else rng.randint(1, n + 1)):
+    if large:
+        weights = [("ext", 0.85), ("int", 0.05), ("alldiff", 0.03), ("wsum", 0.07)]
+    for _ in range(rng.randint(2 * n, 3 * n) if large else rng.randint(1, n + 1)):
         kind = rng.choices([k for k, _ in weights], [w for _, w in weights])[0]
         doc.constraints.append({"ext": gen_extension, "int": gen_intension,
                                 "alldiff": gen_alldiff, "wsum": gen_wsum}[kind](rng, doc))
@@ -623,45 +636,75 @@ def constraint_test(doc, c):
     return "(%s %s %d)" % (total, op, c["bound"])
 
 
-def brute_force(doc):
-    """Every solution, as a tuple of values in declaration order, by backtracking that
-    tests each constraint as soon as its scope is assigned."""
-    n = len(doc.variables)
-    order = list(range(n))
-    if doc.objective is not None:
-        order.remove(doc.objective[0])
-        order.append(doc.objective[0])
-    depth_of = {v: d for d, v in enumerate(order)}
-    checks = [[] for _ in range(n)]
-    for c in doc.constraints:
-        scope = doc.scope(c)
-        test = eval("lambda a: " + constraint_test(doc, c))
-        checks[max(depth_of[v] for v in scope) if scope else 0].append(test)
-    a = [0] * n
-    solutions = []
+class BruteForce:
+    """Backtracking over the declared variables that tests each constraint as soon as
+    its scope is assigned. The objective variable comes first, so that its values can
+    be tried from the best end."""
 
-    def extend(d):
-        if d == n:
-            solutions.append(tuple(a))
-            return
-        v = order[d]
-        for x in doc.values(v):
-            a[v] = x
-            if all(t(a) for t in checks[d]):
-                extend(d + 1)
+    class Enough(Exception):
+        pass
 
-    extend(0)
-    return solutions
+    def __init__(self, doc):
+        self.doc = doc
+        n = len(doc.variables)
+        self.order = list(range(n))
+        if doc.objective is not None:
+            self.order.remove(doc.objective[0])
+            self.order.insert(0, doc.objective[0])
+        depth_of = {v: d for d, v in enumerate(self.order)}
+        self.checks = [[] for _ in range(n)]
+        self.tests = []
+        for c in doc.constraints:
+            scope = doc.scope(c)
+            test = eval("lambda a: " + constraint_test(doc, c))
+            self.tests.append(test)
+            self.checks[max(depth_of[v] for v in scope) if scope else 0].append(test)
+
+    def satisfied(self, values):
+        a = list(values)
+        return all(a[v] in self.doc.values(v) for v in range(len(a))) and \
+            all(t(a) for t in self.tests)
+
+    def solutions(self, limit, first_values=None):
+        """Up to limit solutions, as tuples in declaration order; first_values replaces
+        the values of the first variable in the order."""
+        n = len(self.order)
+        a = [0] * n
+        found = []
+
+        def extend(d):
+            if d == n:
+                found.append(tuple(a))
+                if len(found) >= limit:
+                    raise BruteForce.Enough()
+                return
+            v = self.order[d]
+            for x in first_values if d == 0 and first_values is not None else \
+                    self.doc.values(v):
+                a[v] = x
+                if all(t(a) for t in self.checks[d]):
+                    extend(d + 1)
+
+        try:
+            extend(0)
+        except BruteForce.Enough:
+            pass
+        return found
 
 
-def expected_answer(doc, solutions):
-    if not solutions:
-        return ("UNSAT", None)
+def brute_force(bf):
+    """(answer, solutions): the answer zelk must give, and every solution when there is
+    no objective and they are at most MAX_ENUMERATED, else None."""
+    doc = bf.doc
     if doc.objective is None:
-        return ("SAT", None)
+        found = bf.solutions(MAX_ENUMERATED + 1)
+        return ("SAT" if found else "UNSAT", None), \
+            found if len(found) <= MAX_ENUMERATED else None
     v, minimize, _ = doc.objective
-    values = [s[v] for s in solutions]
-    return ("OPTIMUM", min(values) if minimize else max(values))
+    for x in sorted(doc.values(v), reverse=not minimize):
+        if bf.solutions(1, [x]):
+            return ("OPTIMUM", x), None
+    return ("UNSAT", None), None
 
 
 # ---- zelk ------------------------------------------------------------------------------
@@ -695,7 +738,7 @@ def run_zelk(args, seed, opts, path):
     return p
 
 
-def check_run(doc, expected, solutions, p, path, opts, args):
+def check_run(doc, bf, expected, solutions, p, path, opts, args):
     """(problems, reason of a refusal or None) for one run of zelk."""
     label = " ".join(opts) or "defaults"
     if p is None:
@@ -704,13 +747,14 @@ def check_run(doc, expected, solutions, p, path, opts, args):
         return ["zelk %s: exit status %d, stderr %r, output tail %r"
                 % (label, p.returncode, p.stderr[-300:], p.stdout[-300:])], None
     status, value, models = parse_zelk(p.stdout)
+    n = len(doc.variables)
     if status == "UNSUPPORTED":
         lines = p.stdout.splitlines()
         after = lines[lines.index("s UNSUPPORTED") + 1:] + [""]
         return [], re.sub(r"\d+", "N", after[0][2:].strip()) or "no reason given"
     problems = []
-    full = [s + (0,) * doc.dummies for s in solutions]
     if opts == ALL_SOLUTIONS:
+        full = [s + (0,) * doc.dummies for s in solutions]
         if status == "UNSAT" and not solutions:
             return [], None
         if status not in ("UNKNOWN", "SAT"):
@@ -731,7 +775,8 @@ def check_run(doc, expected, solutions, p, path, opts, args):
         if c.returncode != 0:
             problems.append("zelk %s: %s" % (label, (c.stdout + c.stderr)
                                                            .strip()[:300]))
-        if models and models[-1] not in set(full):
+        if models and not (len(models[-1]) == n + doc.dummies and bf.satisfied(models[-1][:n])
+                           and not any(models[-1][n:])):
             problems.append("zelk %s: last model %s is not a solution" % (label, models[-1]))
     answer = (status, value if status == "OPTIMUM" else None)
     if status == "UNKNOWN":
@@ -752,16 +797,16 @@ def test_document(seed, doc, args, tmpdir, tag=None):
     path = os.path.join(tmpdir, tag + ".xml")
     with open(path, "w") as f:
         f.write(doc.text())
-    solutions = brute_force(doc)
-    expected = expected_answer(doc, solutions)
+    bf = BruteForce(doc)
+    expected, solutions = brute_force(bf)
     option_sets = list(OPTION_SETS)
-    if doc.objective is None and len(solutions) <= MAX_ENUMERATED:
+    if solutions is not None:
         option_sets.append(ALL_SOLUTIONS)
     problems = []
     refused = []
     for opts in option_sets:
         p = run_zelk(args, seed, opts, path)
-        probs, reason = check_run(doc, expected, solutions, p, path, opts, args)
+        probs, reason = check_run(doc, bf, expected, solutions, p, path, opts, args)
         problems += probs
         refused += [reason] if reason else []
     return problems, refused, len(option_sets)
@@ -774,20 +819,22 @@ def check_oracle(seed, doc, args, tmpdir):
     path = os.path.join(tmpdir, "o%d.xml" % seed)
     with open(path, "w") as f:
         f.write(doc.text())
-    solutions = set(brute_force(doc))
+    bf = BruteForce(doc)
+    solutions = bf.solutions(1000)
     rng = random.Random(seed)
     candidates = [tuple(rng.choice(doc.values(v)) for v in range(len(doc.variables)))
                   for _ in range(10)]
-    candidates += rng.sample(sorted(solutions), min(10, len(solutions)))
-    problems = []
+    candidates += rng.sample(solutions, min(10, len(solutions)))
+    problems = ["a solution that brute force's own test refuses"
+                for a in solutions if not bf.satisfied(a)][:1]
     for a in candidates:
         line = "v %s\n" % " ".join(map(str, a + (0,) * doc.dummies))
         c = subprocess.run([sys.executable, args.checker, path], input=line,
                            capture_output=True, text=True)
-        if (c.returncode == 0) != (a in solutions):
+        if (c.returncode == 0) != bf.satisfied(a):
             problems.append("checker %s %s, brute force says %s" % (
                 "accepts" if c.returncode == 0 else "rejects", a,
-                "solution" if a in solutions else "no solution"))
+                "solution" if bf.satisfied(a) else "no solution"))
             break
     return problems, [], 1
 
