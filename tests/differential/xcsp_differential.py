@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Randomised differential test of zelk's XCSP 2.1 answers.
 
-    xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:200]
+    xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:500]
                          [--seed N] [--jobs 2] [--show] [--shrink] [--keep DIR]
+                         [--large] [--oracle-only]
 
 Each seed gives one small random document: 2 to 6 variables over small domains,
 extension constraints (supports and conflicts, arity 1 to 3, with extra weight on
@@ -11,21 +12,24 @@ empty relations), intension constraints in the functional syntax (comparisons,
 logic, add, sub, abs of a difference, if; predicates shared by several
 constraints with other parameters and constants among them), global:alldifferent
 and global:weightedsum, and sometimes an objective, the weighted sum named
-"Optimize:minimize" or "Optimize:maximize". Brute force over all assignments,
-in plain integer arithmetic, gives the status, the optimum and the solutions.
+"Optimize:minimize" or "Optimize:maximize". Brute force, in plain integer
+arithmetic, gives the status, the optimum and, when they are few, the solutions.
 
-zelk solves each document under several option sets. A satisfiable answer must
-pass xcsp_checker; an optimum must be brute force's; an unsatisfiable answer must
-be brute force's, and the run with -G -V validates its refutation; with -d the
-printed solutions must be the solutions of the document. "s UNSUPPORTED" is not
-a failure: values outside zelk's 0..31 (a sum above 31, a difference below 0) are
-refused by design. Refusals are counted, and more than a quarter of the documents
-refused fails the run, since the test would then cover too little.
+zelk solves each document under the option sets of the OPB differential test. A
+satisfiable answer must pass xcsp_checker; an optimum must be brute force's; an
+unsatisfiable answer must be brute force's, and the run with -G -V validates its
+refutation; with -d the printed solutions must be exactly the solutions of the
+document. "s UNSUPPORTED" is not a failure: values outside zelk's 0..31 (a sum
+above 31, a difference below 0) are refused by design. Refusals are counted by
+reason, and more than a quarter of the documents refused fails the run, since the
+test would then cover too little.
 
 A failure prints the seed, the document and the command that replays it; with
 --shrink, also the smallest document, by greedy removal of constraints and
-values, on which the same fault remains. Standard library only; the last line
-reads "N passed, N failed".
+values, on which a fault of the same run remains. --large makes documents of 6 to
+12 variables and mostly binary tables, for long runs that want more search;
+--oracle-only checks brute force against xcsp_checker without zelk. Standard
+library only; the last line reads "N passed, N failed".
 """
 import argparse
 import collections
@@ -896,6 +900,7 @@ def copy_doc(doc):
     c.predicates = list(doc.predicates)
     c.constraints = list(doc.constraints)
     c.objective = doc.objective
+    c.large = doc.large
     return c
 
 
@@ -905,7 +910,7 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--zelk", default="zelk")
     ap.add_argument("--checker", required=True)
-    ap.add_argument("--seeds", default="1:200", help="first:last, both included")
+    ap.add_argument("--seeds", default="1:500", help="first:last, both included")
     ap.add_argument("--seed", type=int, default=None, help="one seed only")
     ap.add_argument("--jobs", type=int, default=2)
     ap.add_argument("--show", action="store_true", help="print each document")
