@@ -3,7 +3,7 @@
 
     xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:500]
                          [--seed N] [--jobs 2] [--show] [--shrink] [--keep DIR]
-                         [--large] [--oracle-only]
+                         [--large] [--large-every N] [--oracle-only]
 
 Each seed gives one small random document: 2 to 6 variables over small domains,
 extension constraints (supports and conflicts, arity 1 to 3, with extra weight on
@@ -27,7 +27,8 @@ test would then cover too little.
 A failure prints the seed, the document and the command that replays it; with
 --shrink, also the smallest document, by greedy removal of constraints and
 values, on which a fault of the same run remains. --large makes documents of 6 to
-12 variables and mostly binary tables, for long runs that want more search;
+12 variables and mostly binary tables, for long runs that want more search, and
+--large-every N makes one for each seed divisible by N;
 --oracle-only checks brute force against xcsp_checker without zelk. Standard
 library only; the last line reads "N passed, N failed".
 """
@@ -917,6 +918,8 @@ def main():
     ap.add_argument("--shrink", action="store_true", help="shrink each failing document")
     ap.add_argument("--keep", default=None, help="write failing documents to this folder")
     ap.add_argument("--large", action="store_true", help="larger documents, for long runs")
+    ap.add_argument("--large-every", type=int, default=0, metavar="N",
+                    help="a large document for each seed divisible by N")
     ap.add_argument("--oracle-only", action="store_true", help="check brute force against "
                     "the checker, without running zelk")
     args = ap.parse_args()
@@ -935,7 +938,8 @@ def main():
     reasons = collections.Counter()
     try:
         def one(seed):
-            doc = generate(seed, args.large)
+            doc = generate(seed, args.large or (args.large_every > 0 and
+                                                seed % args.large_every == 0))
             if args.show:
                 print("---- seed %d\n%s" % (seed, doc.text()), end="")
             if args.oracle_only:
@@ -971,7 +975,8 @@ def main():
                     f.write(doc.text())
             print("  replay: python3 %s --zelk %s --checker %s --seed %d%s"
                   % (os.path.abspath(__file__), args.zelk, args.checker, seed,
-                     " --large" if args.large else ""))
+                     " --large" if args.large else
+                     " --large-every %d" % args.large_every if args.large_every else ""))
     finally:
         shutil.rmtree(tmpdir, ignore_errors=True)
     print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d for up to "
