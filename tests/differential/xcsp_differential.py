@@ -1,190 +1,996 @@
 #!/usr/bin/env python3
-"""Random small XCSP 2.1 documents: zelk against enumeration.
+"""Randomised differential test of zelk's XCSP 2.1 answers.
 
-    xcsp_differential.py --zelk BUILD/zelk [--seeds A:B] [--keep DIR]
+    xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:500]
+                         [--seed N] [--jobs 2] [--show] [--shrink] [--keep DIR]
+                         [--large] [--large-every N] [--oracle-only]
 
-Each seed gives a document of two to four variables over small domains with
-relations shaped to hit the loader's shortcuts (a diagonal, all ordered pairs of
-distinct values, pairs that are all different, a diagonal with more forbidden
-pairs; with either semantics, and domains inside or outside the relation's
-values), random binary and ternary tables, predicates with constants,
-global:alldifferent and weighted sums with every operator. Every model is found
-by enumeration, each judged by tests/tools/xcsp_checker.py (no code shared with
-zelk). Satisfaction: `zelk -d` must print exactly that set of models. One seed in
-four adds an objective, whose optimum must match. No model: the refutation must
-also pass -G -V. A failure prints the seed and the document.
+Each seed gives one small random document: 2 to 6 variables over small domains,
+extension constraints (supports and conflicts, arity 1 to 3, with extra weight on
+the binary shapes the loader replaces by equalities and disequalities, and on
+empty relations), intension constraints in the functional syntax (comparisons,
+logic, add, sub, abs of a difference, if; predicates shared by several
+constraints with other parameters and constants among them), global:alldifferent
+and global:weightedsum, and sometimes an objective, the weighted sum named
+"Optimize:minimize" or "Optimize:maximize". Brute force, in plain integer
+arithmetic, gives the status, the optimum and, when they are few, the solutions.
+
+zelk solves each document under the option sets of the OPB differential test. A
+satisfiable answer must pass xcsp_checker; an optimum must be brute force's; an
+unsatisfiable answer must be brute force's, and the run with -G -V validates its
+refutation; with -d the printed solutions must be exactly the solutions of the
+document. "s UNSUPPORTED" is not a failure: values outside zelk's 0..31 (a sum
+above 31, a difference below 0) are refused by design. Refusals are counted by
+reason, and more than a quarter of the documents refused fails the run, since the
+test would then cover too little.
+
+A failure prints the seed, the document and the command that replays it; with
+--shrink, also the smallest document, by greedy removal of constraints and
+values, on which a fault of the same run remains. --large makes documents of 6 to
+12 variables and mostly binary tables, for long runs that want more search, and
+--large-every N makes one for each seed divisible by N;
+--oracle-only checks brute force against xcsp_checker without zelk. Standard
+library only; the last line reads "N passed, N failed".
 """
 import argparse
+import collections
 import itertools
 import os
 import random
+import re
+import shutil
 import subprocess
 import sys
 import tempfile
+import time
+from concurrent.futures import ThreadPoolExecutor
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
-import xcsp_checker  # noqa: E402
-
-PREDICATES = [
-    ("int X int Y", "ne(X,Y)", 2),
-    ("int X int Y", "lt(X,Y)", 2),
-    ("int X int Y int K", "le(add(X,K),Y)", 3),
-    ("int X int Y int K", "or(eq(X,K),ne(X,Y))", 3),
-    ("int X int Y int Z", "iff(eq(X,Y),gt(Z,X))", 3),
-    ("int X int Y int K", "eq(X,add(Y,K))", 3),
-]
-
-
-def relation_tuples(rng, arity, values):
-    if arity == 3:
-        return [t for t in itertools.product(values, repeat=3) if rng.random() < 0.4]
-    s = sorted(rng.sample(values, rng.randint(1, len(values))))
-    shape = rng.randrange(5)
-    if shape == 0:
-        return [(v, v) for v in s]
-    if shape == 1:
-        return [(a, b) for a in s for b in s if a != b]
-    if shape == 2:
-        return [(a, b) for a in s for b in s if a != b and rng.random() < 0.5] or [(s[0], s[-1] + 1)]
-    if shape == 3:
-        return [(v, v) for v in s] + [(a, b) for a in s for b in s if a < b and rng.random() < 0.5]
-    return [t for t in itertools.product(values, repeat=2) if rng.random() < 0.4]
+OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
+ALL_SOLUTIONS = ["-d"]
+MAX_ENUMERATED = 400   # each solution found adds a clause: thousands take long with -d
+RUN_TIMEOUT = 30.0
+MAX_REFUSED_SHARE = 0.25
+VAR_NAMES = ["X", "Y", "Z", "x1", "x2", "q0", "q1", "s0_1", "V", "w_2", "a", "b", "T", "u9",
+             "P0", "P1"]
+CMP_OPS = ["eq", "ne", "lt", "le", "gt", "ge"]
+SUM_OPS = ["eq", "ge", "gt", "le", "lt"]
 
 
-def make_document(rng):
-    n = rng.randint(2, 4)
-    values = list(range(6))
-    domains = []
-    for _ in range(n):
-        if rng.random() < 0.5:
-            lo = rng.randint(0, 3)
-            domains.append("%d..%d" % (lo, rng.randint(lo, 5)))
+# ---- documents -----------------------------------------------------------------------
+# An expression is ("int", v), ("par", i) for the i-th formal parameter, or
+# (op, [arguments]). A constraint is a dict with "kind" ext, int, alldiff or wsum.
+
+class Document:
+    def __init__(self):
+        self.domains = []          # sorted value lists
+        self.variables = []        # (name, domain index)
+        self.dummies = 0           # announced by nbVariables, never declared
+        self.relations = []        # (arity, "supports"/"conflicts", sorted tuples)
+        self.predicates = []       # (formal names, expression)
+        self.constraints = []
+        self.objective = None      # (variable, minimize, position among the constraints)
+        self.large = False         # looser relations, so that more of them fit
+
+    def values(self, v):
+        return self.domains[self.variables[v][1]]
+
+    def name(self, v):
+        return self.variables[v][0]
+
+    def scope(self, c):
+        if c["kind"] == "int":
+            seen = []
+            for kind, x in c["args"]:
+                if kind == "var" and x not in seen:
+                    seen.append(x)
+            return seen[::-1] if c.get("reversed_scope") else seen
+        if c["kind"] == "wsum":
+            seen = []
+            for _, v in c["terms"]:
+                if v not in seen:
+                    seen.append(v)
+            return seen
+        return c["scope"]
+
+    def used_relations(self):
+        return sorted({c["rel"] for c in self.constraints if c["kind"] == "ext"})
+
+    def used_predicates(self):
+        return sorted({c["pred"] for c in self.constraints if c["kind"] == "int"})
+
+    def text(self):
+        out = ['<?xml version="1.0" encoding="UTF-8"?>', "<instance>",
+               '<presentation name="differential" format="XCSP 2.1"/>']
+        out.append('<domains nbDomains="%d">' % len(self.domains))
+        for i, values in enumerate(self.domains):
+            out.append('<domain name="D%d" nbValues="%d">%s</domain>'
+                       % (i, len(values), domain_text(values)))
+        out.append("</domains>")
+        out.append('<variables nbVariables="%d">' % (len(self.variables) + self.dummies))
+        for name, d in self.variables:
+            out.append('<variable name="%s" domain="D%d"/>' % (name, d))
+        out.append("</variables>")
+        rels = self.used_relations()
+        if rels:
+            out.append('<relations nbRelations="%d">' % len(rels))
+            for r in rels:
+                arity, semantics, tuples = self.relations[r]
+                out.append('<relation name="R%d" arity="%d" nbTuples="%d" semantics="%s">%s'
+                           '</relation>' % (r, arity, len(tuples), semantics,
+                                            "|".join(" ".join(map(str, t)) for t in tuples)))
+            out.append("</relations>")
+        preds = self.used_predicates()
+        if preds:
+            out.append('<predicates nbPredicates="%d">' % len(preds))
+            for p in preds:
+                formal, expr = self.predicates[p]
+                out.append('<predicate name="PR%d">' % p)
+                out.append("<parameters>%s</parameters>" % " ".join("int " + f for f in formal))
+                out.append("<expression><functional>%s</functional></expression>"
+                           % expr_text(expr, formal))
+                out.append("</predicate>")
+            out.append("</predicates>")
+        rows = [self.constraint_text(i, c) for i, c in enumerate(self.constraints)]
+        if self.objective is not None:
+            v, minimize, pos = self.objective
+            rows.insert(min(pos, len(rows)),
+                        '<constraint name="Optimize:%s" arity="1" scope="%s" '
+                        'reference="global:weightedsum"><parameters>[ { 0 %s } ] <eq/> 0'
+                        '</parameters></constraint>'
+                        % ("minimize" if minimize else "maximize", self.name(v), self.name(v)))
+        out.append('<constraints nbConstraints="%d">' % len(rows))
+        out += rows
+        out.append("</constraints>")
+        out.append("</instance>")
+        return "\n".join(out) + "\n"
+
+    def constraint_text(self, i, c):
+        scope = self.scope(c)
+        head = '<constraint name="C%d" arity="%d" scope="%s"' % (
+            i, len(scope), " ".join(self.name(v) for v in scope))
+        kind = c["kind"]
+        if kind == "ext":
+            return head + ' reference="R%d"/>' % c["rel"]
+        if kind == "int":
+            return head + ' reference="PR%d"><parameters>%s</parameters></constraint>' % (
+                c["pred"], " ".join(self.name(x) if k == "var" else str(x)
+                                    for k, x in c["args"]))
+        if kind == "alldiff":
+            ref = ' reference="%s"' % c["spelling"]
+            if not c["with_parameters"]:
+                return head + ref + "/>"
+            return head + ref + "><parameters>[ %s ]</parameters></constraint>" % " ".join(
+                self.name(v) for v in scope)
+        terms = " ".join("{ %d %s }" % (k, self.name(v)) for k, v in c["terms"])
+        return head + ' reference="global:weightedsum"><parameters>[ %s ] <%s/> %d' \
+                      '</parameters></constraint>' % (terms, c["op"], c["bound"])
+
+
+def domain_text(values):
+    """Values as runs: 0..3 5 7..8, so that both forms occur."""
+    words = []
+    i = 0
+    while i < len(values):
+        j = i
+        while j + 1 < len(values) and values[j + 1] == values[j] + 1:
+            j += 1
+        if j - i >= 2 or (j > i and values[i] % 2):
+            words.append("%d..%d" % (values[i], values[j]))
         else:
-            domains.append(" ".join(str(v) for v in sorted(rng.sample(values, rng.randint(1, 5)))))
-    names = ["v%d" % i for i in range(n)]
-    relations, predicates, constraints = [], [], []
-    for c in range(rng.randint(1, 4)):
-        kind = rng.randrange(5)
-        if kind <= 1:
-            arity = 3 if n >= 3 and rng.random() < 0.25 else 2
-            tuples = relation_tuples(rng, arity, values)
-            rname = "R%d" % len(relations)
-            semantics = rng.choice(["supports", "conflicts"])
-            relations.append('<relation name="%s" arity="%d" nbTuples="%d" semantics="%s">%s</relation>' % (
-                rname, arity, len(tuples), semantics, "|".join(" ".join(map(str, t)) for t in tuples)))
-            scope = rng.sample(names, arity)
-            constraints.append('<constraint name="C%d" arity="%d" scope="%s" reference="%s"/>' % (
-                c, arity, " ".join(scope), rname))
-        elif kind == 2:
-            formal, functional, count = rng.choice(PREDICATES)
-            if count == 3 and "K" not in formal and n < 3:
-                formal, functional, count = PREDICATES[0]
-            pname = "P%d" % len(predicates)
-            predicates.append('<predicate name="%s"><parameters>%s</parameters>'
-                              '<expression><functional>%s</functional></expression></predicate>' % (
-                                  pname, formal, functional))
-            variables = rng.sample(names, count if "K" not in formal else 2)
-            actual = variables + ([str(rng.randint(0, 3))] if "K" in formal else [])
-            constraints.append('<constraint name="C%d" arity="%d" scope="%s" reference="%s">'
-                               '<parameters>%s</parameters></constraint>' % (
-                                   c, len(variables), " ".join(sorted(set(variables))), pname, " ".join(actual)))
-        elif kind == 3:
-            scope = rng.sample(names, rng.randint(2, min(3, n)))
-            constraints.append('<constraint name="C%d" arity="%d" scope="%s" reference="global:alldifferent"/>' % (
-                c, len(scope), " ".join(scope)))
+            words += [str(v) for v in values[i:j + 1]]
+        i = j + 1
+    return " ".join(words)
+
+
+def expr_text(e, formal):
+    if e[0] == "int":
+        return str(e[1])
+    if e[0] == "par":
+        return formal[e[1]]
+    return "%s(%s)" % (e[0], ",".join(expr_text(a, formal) for a in e[1]))
+
+
+# ---- value ranges, as zelk's loader sees them -----------------------------------------
+# zelk refuses a sum that can exceed 31 and a difference that can be negative (outside
+# abs), judged on the domains of the operands; a compound operand lives in an auxiliary
+# variable over 0..31, and add(X,X) becomes a product, which it does not propagate yet.
+
+def is_leaf(e):
+    return e[0] in ("int", "par")
+
+
+def int_range(e, ranges):
+    """(lo, hi, fits): bounds of an integer expression, and whether zelk takes it."""
+    if e[0] == "int":
+        return e[1], e[1], True
+    if e[0] == "par":
+        lo, hi = ranges[e[1]]
+        return lo, hi, True
+    op, args = e
+    if op == "if":
+        a, b = int_range(args[1], ranges), int_range(args[2], ranges)
+        return min(a[0], b[0]), max(a[1], b[1]), bool_fits(args[0], ranges) and a[2] and b[2]
+    if op == "abs":
+        lo, hi, fits = difference_range(args[0], ranges)     # abs only of a difference
+        if lo >= 0:
+            return lo, hi, fits
+        if hi <= 0:
+            return -hi, -lo, fits
+        return 0, max(-lo, hi), fits
+    a, b = int_range(args[0], ranges), int_range(args[1], ranges)
+    seen = [(a[0], a[1]) if is_leaf(args[0]) else (0, 31),
+            (b[0], b[1]) if is_leaf(args[1]) else (0, 31)]
+    if op == "add":
+        same = args[0] == args[1] and args[0][0] == "par"
+        return (a[0] + b[0], a[1] + b[1],
+                a[2] and b[2] and not same and seen[0][1] + seen[1][1] <= 31)
+    lo, hi, fits = difference_range(e, ranges)
+    return lo, hi, fits and (seen[0][0] >= seen[1][1] or args[0] == args[1])
+
+
+def difference_range(e, ranges):
+    a, b = int_range(e[1][0], ranges), int_range(e[1][1], ranges)
+    return a[0] - b[1], a[1] - b[0], a[2] and b[2]
+
+
+def bool_fits(e, ranges):
+    op, args = e
+    if op in CMP_OPS:
+        return int_range(args[0], ranges)[2] and int_range(args[1], ranges)[2]
+    return all(bool_fits(a, ranges) for a in args)
+
+
+def arg_ranges(doc, args):
+    return [(min(doc.values(x)), max(doc.values(x))) if k == "var" else (x, x)
+            for k, x in args]
+
+
+# ---- generation ----------------------------------------------------------------------
+
+def near_constant(rng, ranges):
+    """A constant in reach of the parameters, so that comparisons are not all decided."""
+    if rng.random() < 0.3:
+        return rng.randint(0, 6)
+    lo, hi = rng.choice(ranges)
+    return rng.randint(lo, min(31, hi + 1))
+
+
+def gen_leaf(rng, ranges):
+    if rng.random() < 0.8:
+        i = rng.randrange(len(ranges))
+        return ("par", i), ranges[i][0], ranges[i][1]
+    v = near_constant(rng, ranges)
+    return ("int", v), v, v
+
+
+def gen_operand(rng, depth, ranges):
+    """Mostly a leaf: zelk takes a compound operand of add or sub as 0..31."""
+    return gen_leaf(rng, ranges) if rng.random() < 0.85 else gen_int(rng, depth, ranges)
+
+
+def gen_int(rng, depth, ranges):
+    """(expression, lo, hi), keeping sums and differences in range most of the time."""
+    if depth <= 0 or rng.random() < 0.35:
+        return gen_leaf(rng, ranges)
+    r = rng.random()
+    if r < 0.35:
+        a, alo, ahi = gen_operand(rng, depth - 1, ranges)
+        b, blo, bhi = gen_operand(rng, depth - 1, ranges)
+        if rng.random() < 0.9 and ahi <= 31 and (ahi + bhi > 31 or a == b):
+            v = rng.randint(0, min(6, 31 - ahi))
+            b, blo, bhi = ("int", v), v, v
+        return ("add", [a, b]), alo + blo, ahi + bhi
+    if r < 0.6:
+        a, alo, ahi = gen_operand(rng, depth - 1, ranges)
+        b, blo, bhi = gen_operand(rng, depth - 1, ranges)
+        if alo < bhi and rng.random() < 0.9:
+            below = [i for i, (lo, hi) in enumerate(ranges) if hi <= alo and ("par", i) != a]
+            if below and rng.random() < 0.6:
+                i = rng.choice(below)
+                b, blo, bhi = ("par", i), ranges[i][0], ranges[i][1]
+            elif alo >= 0 and rng.random() < 0.7:
+                v = rng.randint(0, min(alo, 31))
+                b, blo, bhi = ("int", v), v, v
+            else:
+                e = ("abs", [("sub", [a, b])])
+                lo, hi, _ = int_range(e, ranges)
+                return e, lo, hi
+        return ("sub", [a, b]), alo - bhi, ahi - blo
+    if r < 0.8:
+        a = gen_operand(rng, depth - 1, ranges)[0]
+        b = gen_operand(rng, depth - 1, ranges)[0]
+        e = ("abs", [("sub", [a, b])])
+        lo, hi, _ = int_range(e, ranges)
+        return e, lo, hi
+    c = gen_bool(rng, depth - 1, ranges)
+    a, alo, ahi = gen_int(rng, depth - 1, ranges)
+    b, blo, bhi = gen_int(rng, depth - 1, ranges)
+    return ("if", [c, a, b]), min(alo, blo), max(ahi, bhi)
+
+
+def gen_bool(rng, depth, ranges):
+    r = rng.random()
+    if depth <= 0 or r < 0.5:
+        a = gen_int(rng, depth - 1, ranges)[0]
+        b = gen_int(rng, depth - 1, ranges)[0]
+        if a[0] == "int" and b[0] == "int":
+            a = ("par", rng.randrange(len(ranges)))
+        if a == b and a[0] == "par" and len(ranges) > 1:
+            b = ("par", (a[1] + rng.randint(1, len(ranges) - 1)) % len(ranges))
+        return (rng.choice(CMP_OPS + ["ne", "le", "ge"]), [a, b])
+    if r < 0.85:
+        return (rng.choice(["and", "or", "or", "xor", "iff"]),
+                [gen_bool(rng, depth - 1, ranges), gen_bool(rng, depth - 1, ranges)])
+    if r < 0.95:
+        return ("not", [gen_bool(rng, depth - 1, ranges)])
+    return ("if", [gen_bool(rng, depth - 1, ranges) for _ in range(3)])
+
+
+def random_args(rng, doc, k):
+    """k actual parameters: mostly variables, some constants, a repeat now and then."""
+    n = len(doc.variables)
+    fresh = rng.sample(range(n), n)
+    args = []
+    for _ in range(k):
+        if rng.random() < 0.2:
+            args.append(("const", rng.randint(0, 6)))
+        elif args and (rng.random() < (0 if doc.large else 0.1) or not fresh):
+            args.append(rng.choice(args))
         else:
-            scope = rng.sample(names, rng.randint(1, n))
-            terms = " ".join("{ %d %s }" % (rng.choice([-3, -2, -1, 1, 2, 3]), v) for v in scope)
-            op = rng.choice(["eq", "ge", "gt", "le", "lt"])
-            constraints.append('<constraint name="C%d" arity="%d" scope="%s" reference="global:weightedsum">'
-                               '<parameters>[ %s ] <%s/> %d</parameters></constraint>' % (
-                                   c, len(scope), " ".join(scope), terms, op, rng.randint(-4, 8)))
-    objective = rng.random() < 0.25
-    if objective:
-        target = rng.choice(names)
-        constraints.append('<constraint name="Optimize:%s" arity="1" scope="%s" reference="global:weightedsum">'
-                           '<parameters>[ { 0 %s } ] <eq/> 0</parameters></constraint>' % (
-                               rng.choice(["minimize", "maximize"]), target, target))
-    out = ['<?xml version="1.0" encoding="UTF-8"?>', "<instance>", '<presentation format="XCSP 2.1"/>',
-           '<domains nbDomains="%d">' % n]
-    out += ['<domain name="D%d" nbValues="1">%s</domain>' % (i, d) for i, d in enumerate(domains)]
-    out += ["</domains>", '<variables nbVariables="%d">' % n]
-    out += ['<variable name="%s" domain="D%d"/>' % (v, i) for i, v in enumerate(names)]
-    out.append("</variables>")
-    if relations:
-        out += ['<relations nbRelations="%d">' % len(relations)] + relations + ["</relations>"]
-    if predicates:
-        out += ['<predicates nbPredicates="%d">' % len(predicates)] + predicates + ["</predicates>"]
-    out += ['<constraints nbConstraints="%d">' % len(constraints)] + constraints + ["</constraints>", "</instance>"]
-    return "\n".join(out) + "\n", objective
+            args.append(("var", fresh.pop()))
+    if not any(kind == "var" for kind, _ in args):
+        args[rng.randrange(k)] = ("var", rng.randrange(n))
+    return args
 
 
-def models(path):
-    m = xcsp_checker.instance(path)
-    domains = [sorted(m.domains[d]) for _, d in m.variables]
-    found = [vals for vals in itertools.product(*domains) if m.check(list(vals)) is None]
-    return m, found
+def gen_intension(rng, doc):
+    """A new predicate, or a known one with other actual parameters."""
+    if doc.predicates and rng.random() < 0.4:
+        p = rng.randrange(len(doc.predicates))
+        formal, expr = doc.predicates[p]
+        for _ in range(20):
+            if rng.random() < 0.5:
+                args = random_args(rng, doc, len(formal))
+            else:
+                prev = [c["args"] for c in doc.constraints if c.get("pred") == p]
+                args = list(rng.choice(prev)) if prev else random_args(rng, doc, len(formal))
+                rng.shuffle(args)
+            if bool_fits(expr, arg_ranges(doc, args)) or rng.random() < 0.05:
+                return dict(kind="int", pred=p, args=args)
+    k = rng.choice([1, 2, 2, 3, 3, 4])
+    args = random_args(rng, doc, k)
+    ranges = arg_ranges(doc, args)
+    for _ in range(20):
+        expr = gen_bool(rng, rng.randint(1, 3), ranges)
+        if bool_fits(expr, ranges) or rng.random() < 0.05:
+            break
+    if rng.random() < 0.04:
+        # a value outside 0..31: refused, or else answered in plain arithmetic
+        i = rng.randrange(k)
+        leaving = rng.choice([("sub", [("int", ranges[i][0]), ("par", i)]),
+                              ("add", [("par", i), ("int", 31 - ranges[i][1] + 1)])])
+        expr = (rng.choice(CMP_OPS), [leaving, gen_leaf(rng, ranges)[0]])
+    r = rng.random()
+    if r < 0.6:
+        formal = ["P%d" % i for i in range(k)]
+    elif r < 0.8:
+        formal = ["A", "B", "C", "D"][:k]
+    else:
+        # formal names that are also variable names, in another order
+        pool = [name for name, _ in doc.variables] + ["Q%d" % i for i in range(k)]
+        formal = rng.sample(pool, k)
+    doc.predicates.append((formal, expr))
+    c = dict(kind="int", pred=len(doc.predicates) - 1, args=args)
+    if rng.random() < 0.3:
+        c["reversed_scope"] = True             # a scope in any order names the same
+    return c
 
 
-def run(zelk, options, path):
-    p = subprocess.run([zelk] + options + [path], capture_output=True, text=True, timeout=60)
-    return p.returncode, p.stdout
+def value_set(rng, doc, v):
+    """Values for a shape over variable v: its domain, a part of it, or more."""
+    values = set(doc.values(v))
+    r = rng.random()
+    if r < 0.5:
+        return sorted(values)
+    if r < 0.8 and len(values) > 1:
+        return sorted(rng.sample(sorted(values), rng.randint(1, len(values) - 1)))
+    extra = {rng.choice([rng.randint(0, 8), 31]) for _ in range(rng.randint(1, 2))}
+    return sorted(values | extra)
 
 
-def check_seed(zelk, seed, directory):
+def gen_relation(rng, doc, scope):
+    arity = len(scope)
+    semantics = "supports" if rng.random() < 0.5 else "conflicts"
+    tuples = set()
+    r = rng.random() if not doc.large else 0.5 + rng.random() / 2
+    if r < 0.08:
+        pass                                           # empty relation
+    elif arity == 2 and r < 0.55:
+        s = value_set(rng, doc, rng.choice(scope))
+        shape = rng.choice(["diagonal", "distinct_pairs", "all_different", "equal_pairs_plus"])
+        if shape == "diagonal":
+            tuples = {(v, v) for v in s}
+        elif shape == "distinct_pairs":
+            tuples = {(a, b) for a in s for b in s if a != b}
+        elif shape == "all_different":
+            pairs = [(a, b) for a in doc.values(scope[0]) for b in doc.values(scope[1]) if a != b]
+            tuples = set(rng.sample(pairs, rng.randint(0, len(pairs)))) if pairs else set()
+        else:
+            tuples = {(v, v) for v in s}
+            tuples |= {(a, b) for a in s for b in s if rng.random() < 0.2}
+        if rng.random() < 0.15 and tuples:             # one tuple too few or too many
+            if rng.random() < 0.5:
+                tuples.discard(rng.choice(sorted(tuples)))
+            else:
+                tuples.add((rng.randint(0, 7), rng.randint(0, 7)))
+    else:
+        extra = 0 if doc.large else 0.3
+        columns = [sorted(set(doc.values(v)) | ({rng.randint(0, 9)} if rng.random() < extra
+                                                else set())) for v in scope]
+        density = rng.uniform(0.4, 0.9) if semantics == "supports" else rng.uniform(0.1, 0.5)
+        if doc.large:
+            density = rng.uniform(0.65, 0.8) if semantics == "supports" else rng.uniform(0.2, 0.35)
+        tuples = {t for t in itertools.product(*columns) if rng.random() < density}
+    doc.relations.append((arity, semantics, sorted(tuples)))
+    return len(doc.relations) - 1
+
+
+def gen_extension(rng, doc):
+    n = len(doc.variables)
+    if doc.relations and rng.random() < 0.35:
+        r = rng.randrange(len(doc.relations))
+        arity = doc.relations[r][0]
+        if arity <= n:
+            return dict(kind="ext", rel=r, scope=rng.sample(range(n), arity))
+    arity = rng.choice([1, 2, 2, 2, 3]) if n >= 3 else rng.choice([1, 2, 2])
+    if doc.large:
+        arity = 2 if rng.random() < 0.9 else 3
+    scope = rng.sample(range(n), arity)
+    return dict(kind="ext", rel=gen_relation(rng, doc, scope), scope=scope)
+
+
+def gen_ne_clique(rng, doc):
+    """Pairwise disequalities over 3 or 4 variables, each written in one of the forms
+    the loader turns into a disequality, so that all-different detection has work.
+    Returns the constraints."""
+    n = len(doc.variables)
+    group = rng.sample(range(n), rng.randint(3, min(4, n)))
+    out = []
+    for x, y in itertools.combinations(group, 2):
+        form = rng.random()
+        if form < 0.4:
+            doc.predicates.append((["P0", "P1"], ("ne", [("par", 0), ("par", 1)])))
+            out.append(dict(kind="int", pred=len(doc.predicates) - 1,
+                            args=[("var", x), ("var", y)]))
+        else:
+            s = sorted(set(doc.values(x)) | set(doc.values(y)))
+            if form < 0.7:
+                doc.relations.append((2, "conflicts", [(v, v) for v in s]))
+            else:
+                doc.relations.append((2, "supports", [(a, b) for a in s for b in s if a != b]))
+            out.append(dict(kind="ext", rel=len(doc.relations) - 1, scope=[x, y]))
+    return out
+
+
+def gen_alldiff(rng, doc):
+    n = len(doc.variables)
+    scope = rng.sample(range(n), rng.randint(2, min(4, n)))
+    spelling = rng.choice(["global:alldifferent", "global:alldifferent", "global:allDifferent"])
+    return dict(kind="alldiff", scope=scope, spelling=spelling,
+                with_parameters=rng.random() < 0.6)
+
+
+def sum_bounds(doc, terms):
+    lo = sum(k * (min(doc.values(v)) if k > 0 else max(doc.values(v))) for k, v in terms)
+    hi = sum(k * (max(doc.values(v)) if k > 0 else min(doc.values(v))) for k, v in terms)
+    return lo, hi
+
+
+def gen_wsum(rng, doc):
+    n = len(doc.variables)
+    terms = []
+    for v in rng.sample(range(n), rng.randint(1, min(4, n))):
+        k = rng.choice([-3, -2, -1, -1, 1, 1, 1, 2, 3, 4])
+        terms.append((0 if rng.random() < 0.03 else k, v))
+    if rng.random() < 0.08:
+        terms.append((rng.choice([-1, 1, 2]), terms[0][1]))   # a variable twice
+    op = "ne" if rng.random() < 0.02 else rng.choice(SUM_OPS)
+    lo, hi = sum_bounds(doc, terms)
+    if doc.large:
+        op = rng.choice(["ge", "le"])
+        bound = (lo + hi) // 2 + rng.randint(-1, 1)
+        return dict(kind="wsum", terms=terms, op=op, bound=bound)
+    if op == "eq" and rng.random() < 0.7:
+        bound = sum(k * rng.choice(doc.values(v)) for k, v in terms)
+    else:
+        bound = rng.randint(lo - 1, hi + 1)
+    return dict(kind="wsum", terms=terms, op=op, bound=bound)
+
+
+def gen_domain(rng, large):
+    if large:
+        lo = rng.randint(0, 3)
+        return sorted(rng.sample(range(lo, lo + 9), rng.randint(4, 6)))
+    if rng.random() < 0.08:
+        return [rng.randint(0, 6)]
+    r = rng.random()
+    if r < 0.45:
+        lo = rng.randint(0, 2)
+        return list(range(lo, lo + rng.randint(2, 5)))
+    if r < 0.85:
+        return sorted(rng.sample(range(7), rng.randint(2, 5)))
+    if r < 0.93:
+        lo = rng.randint(24, 29)
+        return list(range(lo, min(31, lo + rng.randint(1, 4)) + 1))
+    return sorted({rng.randint(0, 31) for _ in range(rng.randint(1, 4))})
+
+
+def add_objective(rng, doc):
+    """Either an existing variable, or a new one tied to others by a weighted sum or
+    by a predicate; the Optimize constraint goes anywhere among the others."""
+    n = len(doc.variables)
+    minimize = rng.random() < 0.5
+    r = rng.random()
+    if r < 0.35:
+        obj = rng.randrange(n)
+    else:
+        terms = [(rng.choice([1, 1, 2, 3]), v) for v in rng.sample(range(n), rng.randint(1, min(3, n)))]
+        lo, hi = sum_bounds(doc, terms)
+        while hi > 31:
+            terms.pop()
+            lo, hi = sum_bounds(doc, terms)
+        if not terms:
+            obj = rng.randrange(n)
+        else:
+            top = min(31, hi + rng.randint(0, 3))
+            doc.domains.append(list(range(max(0, lo - rng.randint(0, 2)), top + 1)))
+            names = {name for name, _ in doc.variables}
+            name = next(x for x in ["obj", "cost", "O", "makespan", "z9"] if x not in names)
+            doc.variables.append((name, len(doc.domains) - 1))
+            obj = len(doc.variables) - 1
+            if r < 0.75 or len(terms) > 2:
+                op = rng.choice(["eq", "eq", "ge", "le"])
+                doc.constraints.insert(rng.randint(0, len(doc.constraints)), dict(
+                    kind="wsum", terms=[(1, obj)] + [(-k, v) for k, v in terms], op=op,
+                    bound=0))
+            else:
+                # obj = x1 (+ x2) written as an intension
+                body = ("add", [("par", 1), ("par", 2)]) if len(terms) == 2 else ("par", 1)
+                args = [("var", obj)] + [("var", v) for _, v in terms]
+                doc.predicates.append((["P%d" % i for i in range(len(args))],
+                                       ("eq", [("par", 0), body])))
+                doc.constraints.insert(rng.randint(0, len(doc.constraints)), dict(
+                    kind="int", pred=len(doc.predicates) - 1, args=args))
+    doc.objective = (obj, minimize, rng.randint(0, len(doc.constraints)))
+
+
+def generate(seed, large=False):
+    """The document of a seed; large ones have more variables, values and constraints,
+    so that the search meets more conflicts (brute force then takes a while)."""
     rng = random.Random(seed)
-    text, objective = make_document(rng)
-    path = os.path.join(directory, "seed%d.xml" % seed)
-    with open(path, "w") as f:
-        f.write(text)
-    m, expected = models(path)
-    options = ["-s", str(seed)] + ([] if objective else ["-d"])
-    code, out = run(zelk, options, path)
-    if code != 0:
-        return "exit status %d:\n%s" % (code, out[-500:])
-    status = [l for l in out.splitlines() if l.startswith("s ")]
-    got = [tuple(int(w) for w in l.split()[1:]) for l in out.splitlines() if l.startswith("v")]
-    if not expected:
-        if status != ["s UNSATISFIABLE"]:
-            return "expected UNSATISFIABLE, got %s" % status
-        code, out = run(zelk, ["-s", str(seed), "-G", "-V"], path)
-        if code != 0 or "s UNSATISFIABLE" not in out.splitlines():
-            return "refutation not validated by -G -V:\n%s" % out[-500:]
-        return None
-    if not objective:
-        if sorted(got) != sorted(expected) or len(set(got)) != len(got):
-            return "models differ: zelk %s, enumeration %s" % (sorted(got), sorted(expected))
-        return None
-    m.check(list(expected[0]))  # reads the objective declaration
-    var, minimize = m.objective
-    index = [n for n, _ in m.variables].index(var)
-    best = (min if minimize else max)(vals[index] for vals in expected)
-    claimed = [int(l.split()[1]) for l in out.splitlines() if l.startswith("o ")]
-    if not claimed or claimed[-1] != best:
-        return "optimum %d, o lines %s" % (best, claimed)
-    if not got or got[-1][index] != best or tuple(got[-1]) not in expected:
-        return "last model %s is not an optimal model" % (got[-1:],)
-    return None
+    doc = Document()
+    doc.large = large
+    n = rng.randint(6, 12) if large else rng.randint(2, 6)
+    for _ in range(rng.randint(1, min(3, n))):
+        doc.domains.append(gen_domain(rng, large))
+    names = rng.sample(VAR_NAMES, n)
+    for i in range(n):
+        doc.variables.append((names[i], rng.randrange(len(doc.domains)) if i else 0))
+    # keep brute force instant: at most ~40000 assignments (large: pruning has to do)
+    while not large and prod(len(doc.values(v)) for v in range(n)) > 40000:
+        doc.domains = [d[:max(1, len(d) - 1)] for d in doc.domains]
+    if rng.random() < 0.05:
+        doc.dummies = rng.randint(1, 2)
+    weights = [("ext", 0.4), ("int", 0.35), ("alldiff", 0.1), ("wsum", 0.15)]
+    if n >= 3 and rng.random() < 0.08:
+        doc.constraints += gen_ne_clique(rng, doc)
+    if large:
+        weights = [("ext", 0.85), ("int", 0.05), ("alldiff", 0.03), ("wsum", 0.07)]
+    for _ in range(rng.randint(2 * n, 3 * n) if large else rng.randint(1, n + 1)):
+        kind = rng.choices([k for k, _ in weights], [w for _, w in weights])[0]
+        doc.constraints.append({"ext": gen_extension, "int": gen_intension,
+                                "alldiff": gen_alldiff, "wsum": gen_wsum}[kind](rng, doc))
+    if rng.random() < 0.35:
+        add_objective(rng, doc)
+    return doc
 
+
+def prod(xs):
+    p = 1
+    for x in xs:
+        p *= x
+    return p
+
+
+# ---- brute force ---------------------------------------------------------------------
+
+PY_OPS = {"add": "(%s + %s)", "sub": "(%s - %s)", "abs": "abs(%s)", "eq": "(%s == %s)",
+          "ne": "(%s != %s)", "lt": "(%s < %s)", "le": "(%s <= %s)", "gt": "(%s > %s)",
+          "ge": "(%s >= %s)", "and": "(%s and %s)", "or": "(%s or %s)",
+          "xor": "(bool(%s) != bool(%s))", "iff": "(bool(%s) == bool(%s))",
+          "not": "(not %s)", "if": "(%s if %s else %s)"}
+
+
+def py_expr(e, actual):
+    if e[0] == "int":
+        return str(e[1])
+    if e[0] == "par":
+        return actual[e[1]]
+    args = [py_expr(a, actual) for a in e[1]]
+    if e[0] == "if":
+        args = [args[1], args[0], args[2]]
+    return PY_OPS[e[0]] % tuple(args)
+
+
+def constraint_test(doc, c):
+    """Python source of a test over the assignment a (a list indexed by variable)."""
+    kind = c["kind"]
+    if kind == "ext":
+        _, semantics, tuples = doc.relations[c["rel"]]
+        key = "(%s,)" % ",".join("a[%d]" % v for v in c["scope"])
+        return "(%s %s %r)" % (key, "in" if semantics == "supports" else "not in",
+                               frozenset(tuples))
+    if kind == "int":
+        formal, expr = doc.predicates[c["pred"]]
+        actual = ["a[%d]" % x if k == "var" else str(x) for k, x in c["args"]]
+        return "bool(%s)" % py_expr(expr, actual)
+    if kind == "alldiff":
+        return "(len({%s}) == %d)" % (",".join("a[%d]" % v for v in c["scope"]), len(c["scope"]))
+    total = " + ".join("%d * a[%d]" % (k, v) for k, v in c["terms"])
+    op = {"eq": "==", "ne": "!=", "ge": ">=", "gt": ">", "le": "<=", "lt": "<"}[c["op"]]
+    return "(%s %s %d)" % (total, op, c["bound"])
+
+
+class BruteForce:
+    """Backtracking over the declared variables that tests each constraint as soon as
+    its scope is assigned. The objective variable comes first, so that its values can
+    be tried from the best end."""
+
+    class Enough(Exception):
+        pass
+
+    def __init__(self, doc):
+        self.doc = doc
+        n = len(doc.variables)
+        self.order = list(range(n))
+        if doc.objective is not None:
+            self.order.remove(doc.objective[0])
+            self.order.insert(0, doc.objective[0])
+        depth_of = {v: d for d, v in enumerate(self.order)}
+        self.checks = [[] for _ in range(n)]
+        self.tests = []
+        for c in doc.constraints:
+            scope = doc.scope(c)
+            test = eval("lambda a: " + constraint_test(doc, c))
+            self.tests.append(test)
+            self.checks[max(depth_of[v] for v in scope) if scope else 0].append(test)
+
+    def satisfied(self, values):
+        a = list(values)
+        return all(a[v] in self.doc.values(v) for v in range(len(a))) and \
+            all(t(a) for t in self.tests)
+
+    def solutions(self, limit, first_values=None):
+        """Up to limit solutions, as tuples in declaration order; first_values replaces
+        the values of the first variable in the order."""
+        n = len(self.order)
+        a = [0] * n
+        found = []
+
+        def extend(d):
+            if d == n:
+                found.append(tuple(a))
+                if len(found) >= limit:
+                    raise BruteForce.Enough()
+                return
+            v = self.order[d]
+            for x in first_values if d == 0 and first_values is not None else \
+                    self.doc.values(v):
+                a[v] = x
+                if all(t(a) for t in self.checks[d]):
+                    extend(d + 1)
+
+        try:
+            extend(0)
+        except BruteForce.Enough:
+            pass
+        return found
+
+
+def brute_force(bf):
+    """(answer, solutions): the answer zelk must give, and every solution when there is
+    no objective and they are at most MAX_ENUMERATED, else None."""
+    doc = bf.doc
+    if doc.objective is None:
+        found = bf.solutions(MAX_ENUMERATED + 1)
+        return ("SAT" if found else "UNSAT", None), \
+            found if len(found) <= MAX_ENUMERATED else None
+    v, minimize, _ = doc.objective
+    for x in sorted(doc.values(v), reverse=not minimize):
+        if bf.solutions(1, [x]):
+            return ("OPTIMUM", x), None
+    return ("UNSAT", None), None
+
+
+# ---- zelk ------------------------------------------------------------------------------
+
+def parse_zelk(out):
+    """Status, the last "o" value, and the values of each "v" line."""
+    status, value, proved = "UNKNOWN", None, False
+    models = []
+    for line in out.splitlines():
+        if line.startswith("s "):
+            status = {"SATISFIABLE": "SAT", "UNSATISFIABLE": "UNSAT",
+                      "OPTIMUM FOUND": "OPTIMUM", "UNSUPPORTED": "UNSUPPORTED"}.get(
+                          line[2:].strip(), status)
+        elif line.startswith("o "):
+            value = int(line.split()[1])
+        elif line.startswith("v ") or line.rstrip() == "v":
+            models.append(tuple(int(w) for w in line.split()[1:]))
+        elif "==== no more values to try ====" in line:
+            proved = True
+    if proved and status == "SAT":
+        status = "OPTIMUM"
+    return status, value, models
+
+
+def run_zelk(args, seed, opts, path):
+    cmd = [args.zelk, "-F", "xcsp", "-s", str(seed)] + opts + [path]
+    try:
+        p = subprocess.run(cmd, capture_output=True, text=True, timeout=RUN_TIMEOUT)
+    except subprocess.TimeoutExpired:
+        return None
+    return p
+
+
+def check_run(doc, bf, expected, solutions, p, path, opts, args):
+    """(problems, reason of a refusal or None) for one run of zelk."""
+    label = " ".join(opts) or "defaults"
+    if p is None:
+        return ["zelk %s: no answer within %.0f s" % (label, RUN_TIMEOUT)], None
+    if p.returncode != 0 or p.stderr.strip() or "Exception(" in p.stdout:
+        return ["zelk %s: exit status %d, stderr %r, output tail %r"
+                % (label, p.returncode, p.stderr[-300:], p.stdout[-300:])], None
+    status, value, models = parse_zelk(p.stdout)
+    n = len(doc.variables)
+    if status == "UNSUPPORTED":
+        lines = p.stdout.splitlines()
+        after = lines[lines.index("s UNSUPPORTED") + 1:] + [""]
+        return [], re.sub(r"\d+", "N", after[0][2:].strip()) or "no reason given"
+    problems = []
+    if opts == ALL_SOLUTIONS:
+        full = [s + (0,) * doc.dummies for s in solutions]
+        if status == "UNSAT" and not solutions:
+            return [], None
+        if status not in ("UNKNOWN", "SAT"):
+            problems.append("zelk -d: status %s" % status)
+        if len(set(models)) != len(models):
+            problems.append("zelk -d: %d solutions printed, %d of them distinct"
+                            % (len(models), len(set(models))))
+        missing = set(full) - set(models)
+        wrong = set(models) - set(full)
+        if missing or wrong:
+            problems.append("zelk -d: %d solutions printed, brute force has %d; missing %s, "
+                            "not solutions %s" % (len(set(models)), len(full),
+                                                  sorted(missing)[:3], sorted(wrong)[:3]))
+        return problems, None
+    if status in ("SAT", "OPTIMUM"):
+        c = subprocess.run([sys.executable, args.checker, path], input=p.stdout,
+                           capture_output=True, text=True)
+        if c.returncode != 0:
+            problems.append("zelk %s: %s" % (label, (c.stdout + c.stderr)
+                                                           .strip()[:300]))
+        if models and not (len(models[-1]) == n + doc.dummies and bf.satisfied(models[-1][:n])
+                           and not any(models[-1][n:])):
+            problems.append("zelk %s: last model %s is not a solution" % (label, models[-1]))
+    answer = (status, value if status == "OPTIMUM" else None)
+    if status == "UNKNOWN":
+        problems.append("zelk %s: no answer" % label)
+    elif answer != expected:
+        problems.append("zelk %s says %s, brute force %s" % (label, answer_text(answer),
+                                                             answer_text(expected)))
+    return problems, None
+
+
+def answer_text(ans):
+    return ans[0] + ("=%d" % ans[1] if ans[0] == "OPTIMUM" else "")
+
+
+def test_document(seed, doc, args, tmpdir, tag=None):
+    """(problems, reasons of the refused runs, runs) of one document."""
+    tag = tag or "s%d" % seed
+    path = os.path.join(tmpdir, tag + ".xml")
+    with open(path, "w") as f:
+        f.write(doc.text())
+    bf = BruteForce(doc)
+    expected, solutions = brute_force(bf)
+    option_sets = list(OPTION_SETS)
+    if solutions is not None:
+        option_sets.append(ALL_SOLUTIONS)
+    problems = []
+    refused = []
+    for opts in option_sets:
+        p = run_zelk(args, seed, opts, path)
+        probs, reason = check_run(doc, bf, expected, solutions, p, path, opts, args)
+        problems += probs
+        refused += [reason] if reason else []
+    return problems, refused, len(option_sets)
+
+
+def check_oracle(seed, doc, args, tmpdir):
+    """Without zelk: brute force and the independent checker must agree on every
+    solution and on some assignments that are none, which tests the generator's
+    documents and the brute force together."""
+    path = os.path.join(tmpdir, "o%d.xml" % seed)
+    with open(path, "w") as f:
+        f.write(doc.text())
+    bf = BruteForce(doc)
+    solutions = bf.solutions(1000)
+    rng = random.Random(seed)
+    candidates = [tuple(rng.choice(doc.values(v)) for v in range(len(doc.variables)))
+                  for _ in range(10)]
+    candidates += rng.sample(solutions, min(10, len(solutions)))
+    problems = ["a solution that brute force's own test refuses"
+                for a in solutions if not bf.satisfied(a)][:1]
+    for a in candidates:
+        line = "v %s\n" % " ".join(map(str, a + (0,) * doc.dummies))
+        c = subprocess.run([sys.executable, args.checker, path], input=line,
+                           capture_output=True, text=True)
+        if (c.returncode == 0) != bf.satisfied(a):
+            problems.append("checker %s %s, brute force says %s" % (
+                "accepts" if c.returncode == 0 else "rejects", a,
+                "solution" if bf.satisfied(a) else "no solution"))
+            break
+    return problems, [], 1
+
+
+# ---- shrinking -------------------------------------------------------------------------
+
+def fault_kinds(problems):
+    """What a shrunk document must keep showing: the option sets and kinds of fault."""
+    return {p.split(":")[0].split(" says")[0] for p in problems}
+
+
+def shrink(seed, doc, problems, args, tmpdir):
+    """Greedy: drop constraints, the objective, then values, while a fault of the same
+    option set stays."""
+    want = fault_kinds(problems)
+    count = [0]
+
+    def still_fails(candidate):
+        count[0] += 1
+        try:
+            probs, _, _ = test_document(seed, candidate, args, tmpdir, "shrink%d" % count[0])
+        except (ValueError, IndexError):
+            return False
+        return bool(fault_kinds(probs) & want)
+
+    changed = True
+    while changed:
+        changed = False
+        for i in reversed(range(len(doc.constraints))):
+            cand = copy_doc(doc)
+            del cand.constraints[i]
+            if cand.objective is not None:
+                v, m, pos = cand.objective
+                cand.objective = (v, m, min(pos, len(cand.constraints)))
+            if still_fails(cand):
+                doc, changed = cand, True
+        if doc.objective is not None:
+            cand = copy_doc(doc)
+            cand.objective = None
+            if still_fails(cand):
+                doc, changed = cand, True
+        for d in range(len(doc.domains)):
+            for x in list(doc.domains[d]):
+                if len(doc.domains[d]) == 1:
+                    break
+                cand = copy_doc(doc)
+                cand.domains[d] = [y for y in cand.domains[d] if y != x]
+                if still_fails(cand):
+                    doc, changed = cand, True
+    return doc
+
+
+def copy_doc(doc):
+    c = Document()
+    c.domains = [list(d) for d in doc.domains]
+    c.variables = list(doc.variables)
+    c.dummies = doc.dummies
+    c.relations = list(doc.relations)
+    c.predicates = list(doc.predicates)
+    c.constraints = list(doc.constraints)
+    c.objective = doc.objective
+    c.large = doc.large
+    return c
+
+
+# ---- main ------------------------------------------------------------------------------
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--zelk", required=True)
-    parser.add_argument("--seeds", default="1:200")
-    parser.add_argument("--keep", help="directory for the documents (default: a temporary one)")
-    args = parser.parse_args()
-    first, last = (int(x) for x in args.seeds.split(":"))
-    directory = args.keep or tempfile.mkdtemp(prefix="xcsp_differential")
-    failures = 0
-    for seed in range(first, last + 1):
-        problem = check_seed(args.zelk, seed, directory)
-        if problem:
-            failures += 1
-            path = os.path.join(directory, "seed%d.xml" % seed)
-            print("FAIL seed %d: %s\n%s" % (seed, problem, open(path).read()))
-            print("replay: %s --zelk %s --seeds %d:%d" % (sys.argv[0], args.zelk, seed, seed))
-    print("%d of %d seed(s) failed" % (failures, last - first + 1))
-    return 1 if failures else 0
+    ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    ap.add_argument("--zelk", default="zelk")
+    ap.add_argument("--checker", required=True)
+    ap.add_argument("--seeds", default="1:500", help="first:last, both included")
+    ap.add_argument("--seed", type=int, default=None, help="one seed only")
+    ap.add_argument("--jobs", type=int, default=2)
+    ap.add_argument("--show", action="store_true", help="print each document")
+    ap.add_argument("--shrink", action="store_true", help="shrink each failing document")
+    ap.add_argument("--keep", default=None, help="write failing documents to this folder")
+    ap.add_argument("--large", action="store_true", help="larger documents, for long runs")
+    ap.add_argument("--large-every", type=int, default=0, metavar="N",
+                    help="a large document for each seed divisible by N")
+    ap.add_argument("--oracle-only", action="store_true", help="check brute force against "
+                    "the checker, without running zelk")
+    args = ap.parse_args()
+    args.zelk = os.path.abspath(args.zelk)
+    args.checker = os.path.abspath(args.checker)
+    if args.seed is not None:
+        seeds = [args.seed]
+    else:
+        first, last = (int(x) for x in args.seeds.split(":"))
+        seeds = list(range(first, last + 1))
+
+    t0 = time.monotonic()
+    tmpdir = tempfile.mkdtemp(prefix="xcsp_differential.")
+    failures = []
+    refused_docs = refused_runs = runs = 0
+    reasons = collections.Counter()
+    try:
+        def one(seed):
+            doc = generate(seed, args.large or (args.large_every > 0 and
+                                                seed % args.large_every == 0))
+            if args.show:
+                print("---- seed %d\n%s" % (seed, doc.text()), end="")
+            if args.oracle_only:
+                return (seed, doc) + check_oracle(seed, doc, args, tmpdir)
+            return (seed, doc) + test_document(seed, doc, args, tmpdir)
+
+        with ThreadPoolExecutor(max(1, args.jobs)) as pool:
+            for seed, doc, problems, refused, n in pool.map(one, seeds):
+                runs += n
+                refused_runs += len(refused)
+                refused_docs += bool(refused)
+                reasons.update(set(refused))
+                if problems:
+                    failures.append((seed, doc, problems))
+        for seed, doc, problems in failures:
+            print("FAIL seed %d" % seed)
+            for p in problems:
+                print("  " + p)
+            print("  document:")
+            print("".join("    " + line + "\n" for line in doc.text().splitlines()), end="")
+            if args.shrink:
+                small = shrink(seed, doc, problems, args, tmpdir)
+                print("  shrunk document:")
+                print("".join("    " + line + "\n" for line in small.text().splitlines()),
+                      end="")
+                if args.keep:
+                    os.makedirs(args.keep, exist_ok=True)
+                    with open(os.path.join(args.keep, "seed%d-shrunk.xml" % seed), "w") as f:
+                        f.write(small.text())
+            if args.keep:
+                os.makedirs(args.keep, exist_ok=True)
+                with open(os.path.join(args.keep, "seed%d.xml" % seed), "w") as f:
+                    f.write(doc.text())
+            print("  replay: python3 %s --zelk %s --checker %s --seed %d%s"
+                  % (os.path.abspath(__file__), args.zelk, args.checker, seed,
+                     " --large" if args.large else
+                     " --large-every %d" % args.large_every if args.large_every else ""))
+    finally:
+        shutil.rmtree(tmpdir, ignore_errors=True)
+    print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d for up to "
+          "%d solutions), %.1f s" % (len(seeds), seeds[0], seeds[-1], len(OPTION_SETS),
+                                  MAX_ENUMERATED, time.monotonic() - t0))
+    print("refused (s UNSUPPORTED): %d documents, %d of %d runs"
+          % (refused_docs, refused_runs, runs))
+    for reason, count in reasons.most_common():
+        print("  %4d documents: %s" % (count, reason))
+    too_many = refused_docs > MAX_REFUSED_SHARE * len(seeds)
+    if too_many:
+        print("FAIL: more than a quarter of the documents refused")
+    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures)))
+    return 1 if failures or too_many else 0
 
 
 if __name__ == "__main__":
