@@ -595,12 +595,31 @@ void solver::clear_event_heap() {
   m_event_heap.clear();
 }
 
-void solver::notify_modification(unsigned int var, int) {
+// A constraint may narrow one variable twice in one activation (a table cuts a
+// column to the values it lists, then to those it supports). The event starts at
+// the first of those writes: starting at the last, the values the first one
+// removed would never wake their value watchers, and a clause watching one of
+// them would miss its conflict.
+void solver::notify_modification(unsigned int var, int source) {
   event_mark& mark = m_event_marks[var];
   if (mark.in_heap) return;
+  unsigned int first = m_stack.state(var).last_modification;
+  if (source >= 0) {
+    const assignment_stack::variable_modification_entry& last = m_stack.modification(first);
+    for (;;) {
+      const unsigned int prev = m_stack.modification(first).previous_modification;
+      if (prev == assignment_stack::NO_PREVIOUS_MODIFICATION) break;
+      const assignment_stack::variable_modification_entry& entry = m_stack.modification(prev);
+      if (entry.time != last.time || entry.cause != source) break;
+      first = prev;
+    }
+  }
   mark.in_heap = true;
   mark.handle = m_event_heap.push(
-      variable_event{var, m_stack.state(var).previous_size, m_stack.state(var).last_modification});
+      variable_event{var, first == m_stack.state(var).last_modification
+                              ? m_stack.state(var).previous_size
+                              : m_stack.modification(first).previous_domain.size(),
+                     first});
 }
 
 // The event of a complement covers every change of the variable at the present
