@@ -217,6 +217,19 @@ def int_range(e, ranges):
         if hi <= 0:
             return -hi, -lo, fits
         return 0, max(-lo, hi), fits
+    if op in ("mul", "div", "mod", "min", "max"):
+        a, b = int_range(args[0], ranges), int_range(args[1], ranges)
+        fits = a[2] and b[2]
+        if op == "mul":
+            return a[0] * b[0], a[1] * b[1], fits and a[0] >= 0 and b[0] >= 0 and a[1] * b[1] <= 31
+        if op in ("min", "max"):
+            f = min if op == "min" else max
+            return f(a[0], b[0]), f(a[1], b[1]), fits
+        if b[0] < 1 or a[0] < 0:
+            return 0, 31, False
+        if op == "div":
+            return a[0] // b[1], a[1] // b[0], fits
+        return 0, min(a[1], b[1] - 1), fits
     a, b = int_range(args[0], ranges), int_range(args[1], ranges)
     seen = [(a[0], a[1]) if is_leaf(args[0]) else (0, 31),
             (b[0], b[1]) if is_leaf(args[1]) else (0, 31)]
@@ -273,14 +286,14 @@ def gen_int(rng, depth, ranges):
     if depth <= 0 or rng.random() < 0.35:
         return gen_leaf(rng, ranges)
     r = rng.random()
-    if r < 0.35:
+    if r < 0.3:
         a, alo, ahi = gen_operand(rng, depth - 1, ranges)
         b, blo, bhi = gen_operand(rng, depth - 1, ranges)
         if rng.random() < 0.9 and ahi <= 31 and (ahi + bhi > 31 or a == b):
             v = rng.randint(0, min(6, 31 - ahi))
             b, blo, bhi = ("int", v), v, v
         return ("add", [a, b]), alo + blo, ahi + bhi
-    if r < 0.6:
+    if r < 0.5:
         a, alo, ahi = gen_operand(rng, depth - 1, ranges)
         b, blo, bhi = gen_operand(rng, depth - 1, ranges)
         if alo < bhi and rng.random() < 0.9:
@@ -296,16 +309,46 @@ def gen_int(rng, depth, ranges):
                 lo, hi, _ = int_range(e, ranges)
                 return e, lo, hi
         return ("sub", [a, b]), alo - bhi, ahi - blo
-    if r < 0.8:
+    if r < 0.6:
         a = gen_operand(rng, depth - 1, ranges)[0]
         b = gen_operand(rng, depth - 1, ranges)[0]
         e = ("abs", [("sub", [a, b])])
         lo, hi, _ = int_range(e, ranges)
         return e, lo, hi
+    if r < 0.85:
+        return gen_nonlinear(rng, depth, ranges)
     c = gen_bool(rng, depth - 1, ranges)
     a, alo, ahi = gen_int(rng, depth - 1, ranges)
     b, blo, bhi = gen_int(rng, depth - 1, ranges)
     return ("if", [c, a, b]), min(alo, blo), max(ahi, bhi)
+
+
+def gen_nonlinear(rng, depth, ranges):
+    """mul, div, mod, min or max over operands in range: a product kept at most 31,
+    a divisor that cannot be 0 (zelk refuses the others)."""
+    op = rng.choice(["mul", "div", "mod", "min", "max"])
+    a, alo, ahi = gen_operand(rng, depth - 1, ranges)
+    b, blo, bhi = gen_operand(rng, depth - 1, ranges)
+    if op in ("min", "max"):
+        f = min if op == "min" else max
+        return (op, [a, b]), f(alo, blo), f(ahi, bhi)
+    if op == "mul":
+        if alo < 0 or blo < 0 or ahi * bhi > 31:
+            v = rng.randint(0, 3)
+            b, blo, bhi = ("int", v), v, v
+            if alo < 0 or ahi * v > 31:
+                a, alo, ahi = gen_leaf(rng, ranges)
+                if ahi * v > 31:
+                    b, blo, bhi = ("int", 1), 1, 1
+        return ("mul", [a, b]), alo * blo, ahi * bhi
+    if blo < 1:
+        v = rng.randint(1, 5)
+        b, blo, bhi = ("int", v), v, v
+    if alo < 0:
+        a, alo, ahi = gen_leaf(rng, ranges)
+    if op == "div":
+        return ("div", [a, b]), alo // bhi, ahi // blo
+    return ("mod", [a, b]), 0, min(ahi, bhi - 1)
 
 
 def gen_bool(rng, depth, ranges):
@@ -608,7 +651,18 @@ PY_OPS = {"add": "(%s + %s)", "sub": "(%s - %s)", "abs": "abs(%s)", "eq": "(%s =
           "ne": "(%s != %s)", "lt": "(%s < %s)", "le": "(%s <= %s)", "gt": "(%s > %s)",
           "ge": "(%s >= %s)", "and": "(%s and %s)", "or": "(%s or %s)",
           "xor": "(bool(%s) != bool(%s))", "iff": "(bool(%s) == bool(%s))",
-          "not": "(not %s)", "if": "(%s if %s else %s)"}
+          "not": "(not %s)", "if": "(%s if %s else %s)", "mul": "(%s * %s)",
+          "div": "tdiv(%s, %s)", "mod": "tmod(%s, %s)", "min": "min(%s, %s)", "max": "max(%s, %s)"}
+
+
+def tdiv(a, b):
+    """Division truncated towards 0, as the document's arithmetic has it."""
+    q = abs(a) // abs(b)
+    return q if (a >= 0) == (b >= 0) else -q
+
+
+def tmod(a, b):
+    return a - b * tdiv(a, b)
 
 
 def py_expr(e, actual):
