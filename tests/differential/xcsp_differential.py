@@ -2,14 +2,13 @@
 """Randomised differential test of zelk's XCSP 2.1 answers.
 
     xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:500]
-                         [--seed N] [--jobs 2] [--show] [--shrink] [--keep DIR]
-                         [--large] [--large-every N] [--oracle-only]
+                         [--seed N] [--jobs 2] [--show] [--large] [--large-every N]
 
 Each seed gives one small random document: 2 to 6 variables over small domains,
 extension constraints (supports and conflicts, arity 1 to 3, with extra weight on
 the binary shapes the loader replaces by equalities and disequalities, and on
 empty relations), intension constraints in the functional syntax (comparisons,
-logic, add, sub, abs of a difference, if; predicates shared by several
+logic, add, sub, abs of a difference, mul, div, mod, min, max, if; predicates shared by several
 constraints with other parameters and constants among them), global:alldifferent
 and global:weightedsum, and sometimes an objective, the weighted sum named
 "Optimize:minimize" or "Optimize:maximize". Brute force, in plain integer
@@ -24,13 +23,10 @@ above 31, a difference below 0) are refused by design. Refusals are counted by
 reason, and more than a quarter of the documents refused fails the run, since the
 test would then cover too little.
 
-A failure prints the seed, the document and the command that replays it; with
---shrink, also the smallest document, by greedy removal of constraints and
-values, on which a fault of the same run remains. --large makes documents of 6 to
-12 variables and mostly binary tables, for long runs that want more search, and
---large-every N makes one for each seed divisible by N;
---oracle-only checks brute force against xcsp_checker without zelk. Standard
-library only; the last line reads "N passed, N failed".
+A failure prints the seed, the document and the command that replays it.
+--large makes documents of 6 to 12 variables and mostly binary tables, for long
+runs that want more search, and --large-every N makes one for each seed
+divisible by N. Standard library only; the last line reads "N passed, N failed".
 """
 import argparse
 import collections
@@ -881,94 +877,6 @@ def test_document(seed, doc, args, tmpdir, tag=None):
     return problems, refused, len(option_sets)
 
 
-def check_oracle(seed, doc, args, tmpdir):
-    """Without zelk: brute force and the independent checker must agree on every
-    solution and on some assignments that are none, which tests the generator's
-    documents and the brute force together."""
-    path = os.path.join(tmpdir, "o%d.xml" % seed)
-    with open(path, "w") as f:
-        f.write(doc.text())
-    bf = BruteForce(doc)
-    solutions = bf.solutions(1000)
-    rng = random.Random(seed)
-    candidates = [tuple(rng.choice(doc.values(v)) for v in range(len(doc.variables)))
-                  for _ in range(10)]
-    candidates += rng.sample(solutions, min(10, len(solutions)))
-    problems = ["a solution that brute force's own test refuses"
-                for a in solutions if not bf.satisfied(a)][:1]
-    for a in candidates:
-        line = "v %s\n" % " ".join(map(str, a + (0,) * doc.dummies))
-        c = subprocess.run([sys.executable, args.checker, path], input=line,
-                           capture_output=True, text=True)
-        if (c.returncode == 0) != bf.satisfied(a):
-            problems.append("checker %s %s, brute force says %s" % (
-                "accepts" if c.returncode == 0 else "rejects", a,
-                "solution" if bf.satisfied(a) else "no solution"))
-            break
-    return problems, [], 1
-
-
-# ---- shrinking -------------------------------------------------------------------------
-
-def fault_kinds(problems):
-    """What a shrunk document must keep showing: the option sets and kinds of fault."""
-    return {p.split(":")[0].split(" says")[0] for p in problems}
-
-
-def shrink(seed, doc, problems, args, tmpdir):
-    """Greedy: drop constraints, the objective, then values, while a fault of the same
-    option set stays."""
-    want = fault_kinds(problems)
-    count = [0]
-
-    def still_fails(candidate):
-        count[0] += 1
-        try:
-            probs, _, _ = test_document(seed, candidate, args, tmpdir, "shrink%d" % count[0])
-        except (ValueError, IndexError):
-            return False
-        return bool(fault_kinds(probs) & want)
-
-    changed = True
-    while changed:
-        changed = False
-        for i in reversed(range(len(doc.constraints))):
-            cand = copy_doc(doc)
-            del cand.constraints[i]
-            if cand.objective is not None:
-                v, m, pos = cand.objective
-                cand.objective = (v, m, min(pos, len(cand.constraints)))
-            if still_fails(cand):
-                doc, changed = cand, True
-        if doc.objective is not None:
-            cand = copy_doc(doc)
-            cand.objective = None
-            if still_fails(cand):
-                doc, changed = cand, True
-        for d in range(len(doc.domains)):
-            for x in list(doc.domains[d]):
-                if len(doc.domains[d]) == 1:
-                    break
-                cand = copy_doc(doc)
-                cand.domains[d] = [y for y in cand.domains[d] if y != x]
-                if still_fails(cand):
-                    doc, changed = cand, True
-    return doc
-
-
-def copy_doc(doc):
-    c = Document()
-    c.domains = [list(d) for d in doc.domains]
-    c.variables = list(doc.variables)
-    c.dummies = doc.dummies
-    c.relations = list(doc.relations)
-    c.predicates = list(doc.predicates)
-    c.constraints = list(doc.constraints)
-    c.objective = doc.objective
-    c.large = doc.large
-    return c
-
-
 # ---- main ------------------------------------------------------------------------------
 
 def main():
@@ -979,13 +887,9 @@ def main():
     ap.add_argument("--seed", type=int, default=None, help="one seed only")
     ap.add_argument("--jobs", type=int, default=2)
     ap.add_argument("--show", action="store_true", help="print each document")
-    ap.add_argument("--shrink", action="store_true", help="shrink each failing document")
-    ap.add_argument("--keep", default=None, help="write failing documents to this folder")
     ap.add_argument("--large", action="store_true", help="larger documents, for long runs")
     ap.add_argument("--large-every", type=int, default=0, metavar="N",
                     help="a large document for each seed divisible by N")
-    ap.add_argument("--oracle-only", action="store_true", help="check brute force against "
-                    "the checker, without running zelk")
     args = ap.parse_args()
     args.zelk = os.path.abspath(args.zelk)
     args.checker = os.path.abspath(args.checker)
@@ -1006,8 +910,6 @@ def main():
                                                 seed % args.large_every == 0))
             if args.show:
                 print("---- seed %d\n%s" % (seed, doc.text()), end="")
-            if args.oracle_only:
-                return (seed, doc) + check_oracle(seed, doc, args, tmpdir)
             return (seed, doc) + test_document(seed, doc, args, tmpdir)
 
         with ThreadPoolExecutor(max(1, args.jobs)) as pool:
@@ -1024,19 +926,6 @@ def main():
                 print("  " + p)
             print("  document:")
             print("".join("    " + line + "\n" for line in doc.text().splitlines()), end="")
-            if args.shrink:
-                small = shrink(seed, doc, problems, args, tmpdir)
-                print("  shrunk document:")
-                print("".join("    " + line + "\n" for line in small.text().splitlines()),
-                      end="")
-                if args.keep:
-                    os.makedirs(args.keep, exist_ok=True)
-                    with open(os.path.join(args.keep, "seed%d-shrunk.xml" % seed), "w") as f:
-                        f.write(small.text())
-            if args.keep:
-                os.makedirs(args.keep, exist_ok=True)
-                with open(os.path.join(args.keep, "seed%d.xml" % seed), "w") as f:
-                    f.write(doc.text())
             print("  replay: python3 %s --zelk %s --checker %s --seed %d%s"
                   % (os.path.abspath(__file__), args.zelk, args.checker, seed,
                      " --large" if args.large else
