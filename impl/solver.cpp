@@ -19,9 +19,11 @@
 #include "impl/conflict_constraint_dependency.h"
 #include "impl/constraint_aged_info.h"
 #include "impl/explanation_generators.h"
+#include "impl/formula.h"
 #include "impl/learned_type.h"
 #include "impl/proof_checker_visitor.h"
 #include "impl/proof_collector.h"
+#include "impl/proof_interpolant_visitor.h"
 #include "impl/timer.h"
 
 namespace zelk {
@@ -150,6 +152,19 @@ void solver::produce_proof(bool produce) {
 }
 
 void solver::print_recent_proof(std::ostream& os) const { m_proof_collector->print_proof(os); }
+
+formula solver::get_interpolant() const {
+  // Only a recorded proof has the steps; under it every learned constraint is a
+  // clause with its derivation on record, which the interpolant follows.
+  const zelk::proof_collector* collector =
+      dynamic_cast<const zelk::proof_collector*>(m_proof_collector.get());
+  if (!collector)
+    throw std::runtime_error(
+        "solver::print_interpolant() works only when proof mechanism is activated");
+  proof_interpolant_visitor visitor(*collector, *this);
+  collector->traverse_proof(visitor);
+  return visitor.get_interpolant();
+}
 
 void solver::show_self() const {
   for (unsigned int v = 0; v < num_variables(); ++v) {
@@ -970,6 +985,7 @@ unsigned int solver::insert_constraint(const learned_type& learned) {
   constraint_connectivity_info& info = add_constraint(std::move(propagator));
   info.params().reserve(learned.nodes().size());
   for (const assignment_stack::implication_node& node : learned.nodes()) info << node.variable;
+  info.set_labels(LEARNED_LABEL);
   if (m_searching && report_level > 0) {
     std::cout << "Inserting ";
     print_constraint(std::cout, index);

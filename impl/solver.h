@@ -35,10 +35,14 @@ class conflict_constraint_dependency;
 class proof_collector_interface;
 class explanation_rule;
 class timer;
+class formula;
 
 class solver : private solver_types, private no_copy, private watch_types {
  public:
   typedef solver_types::label_type label_type;
+  // Every learned constraint carries this label from its insertion on: it is no
+  // hypothesis of either part of an interpolant, whatever its other bits say.
+  static constexpr label_type LEARNED_LABEL = 0x80000000u;
 
   enum result_type {
     SAT = 0,
@@ -122,6 +126,11 @@ class solver : private solver_types, private no_copy, private watch_types {
   const std::vector<small_model::iset>& clause_literals(unsigned int constraint) const;
   void produce_proof(bool produce);
   void print_recent_proof(std::ostream& os) const;
+  // A Craig interpolant between the constraints labelled 1 (part A) and the others
+  // (part B), from the refutation of the last solve; see proof_interpolant_visitor.
+  // The caller labels the model and asks for a proof (produce_proof(true), ground
+  // intersection off) before solving.
+  formula get_interpolant() const;
   void show_self() const;
   void reset();
 
