@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "impl/arithmetic_propagators.h"
+#include "impl/clause_propagator.h"
 #include "impl/small_iset.h"
 #include "opb_parser.hpp"
 
@@ -31,9 +32,28 @@ context::~context() {
 }
 
 std::size_t context::read_input(char* buf, std::size_t max_size) {
-  if (!m_input.good()) return 0;
-  m_input.read(buf, std::streamsize(max_size));
-  return std::size_t(m_input.gcount());
+  std::istream& in = m_more_input ? *m_more_input : m_input;
+  if (!in.good()) return 0;
+  in.read(buf, std::streamsize(max_size));
+  return std::size_t(in.gcount());
+}
+
+bool context::read_more(std::istream& in, const std::string& file_name) {
+  // A fresh scanner: the old one has met the end of its file and keeps that state.
+  void* scanner = nullptr;
+  if (zelk_opb_lex_init_extra(this, &scanner) != 0) throw std::bad_alloc();
+  zelk_opb_lex_destroy(m_scanner);
+  m_scanner = scanner;
+  m_more_input = &in;
+  in.unsetf(std::ios::skipws);
+  m_file_name = file_name;
+  *m_location = yy::location(&m_file_name);
+  yy::opb_parser parser(*this);
+  if (trace_parsing()) {
+    parser.set_debug_level(1);
+    parser.set_debug_stream(std::cout);
+  }
+  return parser.parse() == 0;
 }
 
 //==== called by the grammar ========================================================
@@ -43,9 +63,12 @@ const variable& context::get_variable(char* name) {
   const auto found = m_variables.find(static_cast<const char*>(name));
   if (found != m_variables.end()) {
     std::free(name);
+    if (m_labelled) m_variable_labels.emplace_back(&*found, m_label);
     return *found;
   }
-  return *m_variables.emplace(variable(name)).first;
+  const variable& v = *m_variables.emplace(variable(name)).first;
+  if (m_labelled) m_variable_labels.emplace_back(&v, m_label);
+  return v;
 }
 
 conjunction* context::record_unique_conjunction(conjunction* c) {
@@ -64,6 +87,7 @@ void context::add_constraint(constraint* c) {
   std::unique_ptr<constraint> owned(c);
   owned->normalize(*this);
   m_constraints.push_back(std::move(owned));
+  m_constraint_labels.push_back(m_label);
 }
 
 void context::set_objective(expression* e, direction d) {
@@ -77,8 +101,17 @@ void context::set_objective(expression* e, direction d) {
 bool context::build_solver() {
   for (const variable& v : m_variables) v.associate(m_solver);
   m_solver.reported_variable_count = unsigned(m_variables.size());
-  for (const std::unique_ptr<constraint>& c : m_constraints)
-    if (!c->apply(*this)) return false;
+  if (m_labelled) {
+    for (const auto& [v, label] : m_variable_labels)
+      m_solver.variable_labels(v->solver_variable(),
+                               m_solver.variable_labels(v->solver_variable()) | label);
+    for (std::size_t i = 0; i < m_constraints.size(); ++i)
+      if (!apply_labelled(i)) return false;
+    check_fixed_at_creation();
+  } else {
+    for (const std::unique_ptr<constraint>& c : m_constraints)
+      if (!c->apply(*this)) return false;
+  }
   if (!m_objective) return true;
   // A term over one negative literal is worth its coefficient when the variable is
   // 0: as the negated term over the positive literal, its atom variable gets the
@@ -92,6 +125,47 @@ bool context::build_solver() {
   m_solver.objective_variable = int(v);
   m_solver.minimize = false;
   return true;
+}
+
+bool context::apply_labelled(std::size_t i) {
+  const solver::label_type label = m_constraint_labels[i];
+  const unsigned int first = m_solver.num_constraints();
+  const unsigned int known = m_solver.num_variables();
+  std::vector<small_model::iset> before(known);
+  for (unsigned int v = 0; v < known; ++v) before[v] = m_solver.stack().domain(v);
+  if (!m_constraints[i]->apply(*this)) {
+    m_unsatisfiable_label = label;
+    return false;
+  }
+  // A narrowed initial domain would be a fact of no part: it becomes a clause of
+  // this constraint's part.
+  for (unsigned int v = 0; v < known; ++v) {
+    const small_model::iset now = m_solver.stack().domain(v);
+    if (now == before[v]) continue;
+    m_solver.set_var_domain(v, before[v], -1);
+    m_solver.add_constraint(std::make_unique<clause_propagator>(
+        clause_propagator::literal_vector{now})) << v;
+  }
+  // A product or negated literal alone in an equality or at-least constraint is
+  // fixed right where its variable is made, so there is no domain to restore.
+  for (unsigned int v = known; v < m_solver.num_variables(); ++v)
+    if (m_solver.stack().domain(v).size() == 1) m_fixed_at_creation.emplace_back(v, label);
+  for (unsigned int c = first; c < m_solver.num_constraints(); ++c)
+    m_solver.constraint_labels(c, label);
+  return true;
+}
+
+void context::check_fixed_at_creation() const {
+  // Such a variable's fact belongs to the part that fixed it; a constraint of the
+  // other part on the same variable would take it for its own.
+  for (unsigned int c = 0; c < m_solver.num_constraints(); ++c) {
+    const solver::label_type label = m_solver.constraint_labels(c);
+    for (unsigned int v : m_solver.connectivity(c).params())
+      for (const auto& [fixed, part] : m_fixed_at_creation)
+        if (v == fixed && label != part)
+          throw std::runtime_error(m_file_name + ": a product or negated literal that one part fixes "
+                                   "stands in a constraint of the other part; the parts can't be split");
+  }
 }
 
 bool context::connect_minimization() {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver/flags.h"
@@ -85,6 +86,23 @@ class context : private no_copy {
   // Fills buf with up to max_size characters of the input; 0 at the end.
   std::size_t read_input(char* buf, std::size_t max_size);
 
+  // ---- one model from several files, in labelled parts -------------------------
+  // Parses one more file into this model, before build_solver: a name met again is
+  // the same variable. A syntax error has its message on standard error and gives
+  // false.
+  [[nodiscard]] bool read_more(std::istream& in, const std::string& file_name);
+  // The constraints read from now on, and the variables they name, get `label`
+  // in the solver when built (solver::constraint_labels, variable_labels). While
+  // labels are in use, a constraint that narrows a domain existing before it posts
+  // that narrowing as a clause of its own instead, so that every fact of the model
+  // stands in a labelled constraint.
+  void label_from_now_on(solver::label_type label) {
+    m_label = label;
+    m_labelled = true;
+  }
+  // The label of the constraint that build_solver found unsatisfiable.
+  solver::label_type unsatisfiable_label() const { return m_unsatisfiable_label; }
+
   // ---- the model as read ---------------------------------------------------------
   const std::set<variable, variable::less>& variables() const { return m_variables; }
   const std::set<conjunction_hash_entry>& conjunctions() const { return m_conjunctions; }
@@ -105,6 +123,17 @@ class context : private no_copy {
   direction m_direction = MAXIMIZE;
   unsigned int m_objective_variable = NO_VARIABLE;
   solver& m_solver;
+  // Labelled parts (read_more, label_from_now_on).
+  std::istream* m_more_input = nullptr;
+  solver::label_type m_label = 0;
+  bool m_labelled = false;
+  std::vector<solver::label_type> m_constraint_labels;  // parallel to m_constraints
+  std::vector<std::pair<const variable*, solver::label_type>> m_variable_labels;
+  solver::label_type m_unsatisfiable_label = 0;
+  std::vector<std::pair<unsigned int, solver::label_type>> m_fixed_at_creation;
+
+  bool apply_labelled(std::size_t i);
+  void check_fixed_at_creation() const;
 };
 
 }  // namespace opb
