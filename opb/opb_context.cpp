@@ -73,7 +73,9 @@ const variable& context::get_variable(char* name) {
 
 conjunction* context::record_unique_conjunction(conjunction* c) {
   c->normalize();
-  const conjunction_hash_entry entry{c->hash(), c};
+  // Each labelled part has products of its own: a product variable that both parts
+  // used would be shared without either file naming it.
+  const conjunction_hash_entry entry{c->hash() + (m_labelled ? m_label * 0x9E3779B97F4A7C15u : 0), c};
   const auto found = m_conjunctions.find(entry);
   if (found != m_conjunctions.end()) {
     delete c;
@@ -129,6 +131,13 @@ bool context::build_solver() {
 
 bool context::apply_labelled(std::size_t i) {
   const solver::label_type label = m_constraint_labels[i];
+  // Products met while building belong to this constraint's part.
+  struct label_guard {
+    solver::label_type& current;
+    solver::label_type saved;
+    ~label_guard() { current = saved; }
+  } guard{m_label, m_label};
+  m_label = label;
   const unsigned int first = m_solver.num_constraints();
   const unsigned int known = m_solver.num_variables();
   std::vector<small_model::iset> before(known);
