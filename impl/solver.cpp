@@ -1249,6 +1249,8 @@ void solver::resolve(learned_type& learned, unsigned int variable, unsigned int 
   const unsigned int entry = learned.nodes()[learned.node_of(variable)].modification;
   ++m_combines;
   // A proof replays clauses only: while one is wanted, every step is a clause step.
+  // Interpolants rest on this too: every learned constraint is then a clause whose
+  // derivation the replay walks, never a combined constraint of unknown part.
   if (combine_constraints && !want_proof() && !repeats_variable(constraint) &&
       learned.combine(*m_propagators[constraint], m_connectivity[constraint], param, entry)) {
     ++m_non_fallback_combines;
