@@ -14,8 +14,6 @@
 #include <vector>
 
 #include "impl/formula.h"
-#include "opb/opb_context.h"
-#include "opb_parser.hpp"
 #include "unit/random_model.h"
 #include "unit/test_support.h"
 
@@ -290,57 +288,6 @@ TEST(interpolant, the_trace_follows_every_step_at_report_level_2) {
   const std::size_t last = trace.rfind("---> ");
   ASSERT_NE(last, std::string::npos);
   EXPECT_NE(trace.find(shown[1], last), std::string::npos) << trace;
-}
-
-// Reads two OPB texts as the parts A and B of one model, as zelk-interpolate does.
-bool read_parts(solver& s, const std::string& a, const std::string& b) {
-  std::istringstream in_a(a), in_b(b);
-  opb::context ctx(s, in_a, "a.opb");
-  ctx.label_from_now_on(1);
-  yy::opb_parser parser(ctx);
-  if (parser.parse() != 0) return false;
-  ctx.label_from_now_on(2);
-  testing::internal::CaptureStderr();
-  const bool read = ctx.read_more(in_b, "b.opb");
-  testing::internal::GetCapturedStderr();
-  return read && ctx.build_solver();
-}
-
-TEST(interpolant, opb_parts_share_variables_by_name_and_keep_their_labels) {
-  solver s;
-  ASSERT_TRUE(read_parts(s, "+1 x +1 y >= 1;\n+2 x y +1 z >= 2;\n", "+1 ~y +1 w >= 2;\n+1 x y >= 1;\n"));
-  std::vector<std::string> names;
-  for (unsigned int v = 0; v < s.num_variables(); ++v) {
-    std::ostringstream os;
-    s.stack().print_var_name(os, v);
-    names.push_back(os.str());
-  }
-  unsigned int count[3] = {0, 0, 0};
-  for (unsigned int c = 0; c < s.num_constraints(); ++c) {
-    const solver::label_type label = s.constraint_labels(c);
-    ASSERT_TRUE(label == 1 || label == 2) << "constraint " << c;
-    ++count[label];
-  }
-  EXPECT_GT(count[1], 0u);
-  EXPECT_GT(count[2], 0u);
-  const std::vector<solver::label_type> touched = s.variables_touched_by_labels();
-  unsigned int seen = 0;
-  for (unsigned int v = 0; v < s.num_variables(); ++v) {
-    const std::string& n = names[v];
-    const solver::label_type expected = n == "x" || n == "y" ? 3 : n == "z" ? 1 : n == "w" ? 2 : 0;
-    if (expected != 0) {
-      EXPECT_EQ(touched[v] & 3u, expected) << n;
-    }
-    seen += n == "x" || n == "y" || n == "z" || n == "w";
-  }
-  EXPECT_EQ(seen, 4u);  // one variable per name over both files
-  // The product x y of each part is a variable of that part alone.
-  for (unsigned int v = 0; v < s.num_variables(); ++v)
-    if (names[v] != "x" && names[v] != "y") {
-      EXPECT_NE(touched[v] & 3u, 3u) << names[v];
-    }
-  solver bad;
-  EXPECT_FALSE(read_parts(bad, "+1 x >= 1;\n", "+1 x >= ;\n"));
 }
 
 }  // namespace
