@@ -8,10 +8,14 @@
   solve     every model of models/ solved by zelk and by Gecode: the same status, the
             same objective, the same solutions when all are asked for (-a), and each
             solution of zelk accepted by Gecode when fixed as data.
+  rewrite   random linear models (negative coefficients and constants, equations,
+            disequations, reified comparisons): the FlatZinc of zelk's library,
+            with zelk's predicate names turned into Gecode's, has exactly the
+            solutions of the model compiled for Gecode; both run by fzn-gecode.
   install   `cmake --install` into a temporary DESTDIR; MiniZinc finds the installed
             configuration there, and a model compiles and solves from it.
 
-usage: minizinc_test.py {library|solve|install} --build DIR [--source DIR]
+usage: minizinc_test.py {library|rewrite|solve|install} --build DIR [--seeds A:B]
 Exit status 77 (skipped) when minizinc is missing, or, for solve and install, when
 this zelk refuses every FlatZinc model.
 """
@@ -230,6 +234,106 @@ def test_solve(args):
     return 1 if failures else 0
 
 
+# zelk's predicates as Gecode's FlatZinc reads them (for the rewrite test alone).
+GECODE_NAMES = [("bool_lin_eq(", "int_lin_eq("), ("bool_lin_le(", "int_lin_le("),
+                ("zelk_table_int(", "gecode_table_int("), ("zelk_table_bool(", "gecode_table_bool(")]
+
+
+def random_linear_model(rng):
+    """A model of a few variables and linear constraints with mixed signs."""
+    n = rng.randint(2, 4)
+    lines, bounds = [], []
+    for i in range(n):
+        lo = rng.randint(0, 28)
+        hi = min(31, lo + rng.randint(1, 7))
+        bounds.append((lo, hi))
+        lines.append(f"var {lo}..{hi}: x{i};")
+
+    def linear():
+        k = rng.randint(1, min(3, n))
+        names = rng.sample(range(n), k)
+        coefficients = [rng.choice([-4, -3, -2, -1, 1, 2, 3, 4]) for _ in names]
+        terms = " + ".join(f"({a}) * x{v}" for a, v in zip(coefficients, names))
+        # a constant near the sum at some point, so that the comparison cuts
+        at = sum(a * rng.randint(*bounds[v]) for a, v in zip(coefficients, names))
+        relation = rng.choice(['=', '<=', '!=', '>=', '<', '>'])
+        return f"{terms} {relation} {at + rng.randint(-3, 3)}"
+
+    for _ in range(rng.randint(1, 3)):
+        shape = rng.randrange(4)
+        if shape == 0:
+            lines.append(f"constraint {linear()};")
+        elif shape == 1:
+            lines.append(f"constraint ({linear()}) \\/ ({linear()});")
+        elif shape == 2:
+            lines.append(f"constraint bool2int({linear()}) + bool2int({linear()}) = 1;")
+        else:
+            lines.append(f"constraint ({linear()}) -> not ({linear()});")
+    lines.append("solve satisfy;")
+    return "\n".join(lines) + "\n"
+
+
+def gecode_solutions(fzn_path, ozn_path):
+    """The solutions of a FlatZinc file by fzn-gecode, as its output model prints them."""
+    result = run(["fzn-gecode", "-a", fzn_path])
+    if result.returncode != 0 or "=====" not in result.stdout:
+        return None, result.stdout + result.stderr
+    shown = subprocess.run(["minizinc", "--ozn-file", ozn_path], input=result.stdout,
+                           capture_output=True, text=True, timeout=120, check=False)
+    return sorted(b.strip() for b in shown.stdout.split("----------")[:-1]), ""
+
+
+def test_rewrite(args):
+    import random
+    if shutil.which("fzn-gecode") is None:
+        print("SKIPPED: fzn-gecode is not installed (package flatzinc)")
+        return SKIP
+    env = zelk_env(os.path.join(args.build, "mzn"))
+    first, last = (int(v) for v in args.seeds.split(":"))
+    failures = []
+    satisfiable = 0
+    with tempfile.TemporaryDirectory() as out:
+        model = os.path.join(out, "model.mzn")
+        for seed in range(first, last + 1):
+            text = random_linear_model(random.Random(seed))
+            with open(model, "w", encoding="utf-8") as f:
+                f.write(text)
+            zelk_fzn, zelk_ozn = os.path.join(out, "zelk.fzn"), os.path.join(out, "zelk.ozn")
+            gecode_fzn, gecode_ozn = os.path.join(out, "gecode.fzn"), os.path.join(out, "gecode.ozn")
+            made = run(["minizinc", "-c", "--solver", "zelk", model, "--fzn", zelk_fzn,
+                        "--ozn", zelk_ozn], env=env)
+            if made.returncode != 0:
+                failures.append(f"seed {seed}: zelk's library refuses\n{text}{made.stderr}")
+                continue
+            run(["minizinc", "-c", "--solver", "gecode", model, "--fzn", gecode_fzn,
+                 "--ozn", gecode_ozn])
+            with open(zelk_fzn, encoding="utf-8") as f:
+                fzn = f.read()
+            problems = check_flatzinc(fzn, "")
+            for zelk_name, gecode_name in GECODE_NAMES:
+                fzn = fzn.replace(zelk_name, gecode_name)
+            fzn = "\n".join(line for line in fzn.splitlines() if not line.startswith("predicate "))
+            with open(zelk_fzn, "w", encoding="utf-8") as f:
+                f.write(fzn + "\n")
+            expected, said = gecode_solutions(gecode_fzn, gecode_ozn)
+            got, said2 = gecode_solutions(zelk_fzn, zelk_ozn)
+            satisfiable += bool(expected)
+            if expected is None or got is None:
+                problems.append(f"fzn-gecode failed: {said}{said2}")
+            elif expected != got:
+                missing = len(set(expected) - set(got))
+                extra = len(set(got) - set(expected))
+                problems.append(f"{len(expected)} solutions expected, {len(got)} found: "
+                                f"{missing} missing, {extra} extra")
+            for problem in problems:
+                failures.append(f"seed {seed}: {problem}\n{text}")
+    # The models must mostly have solutions, or little of the rewriting is seen.
+    if satisfiable * 4 < last - first + 1:
+        failures.append(f"only {satisfiable} of the random models have solutions")
+    report(failures, f"rewrite of seeds {first} to {last} ({satisfiable} satisfiable)")
+    return 1 if failures else 0
+
+
 def test_install(args):
     failures = []
     with tempfile.TemporaryDirectory() as root:
@@ -288,13 +392,16 @@ def report(failures, what):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("test", choices=["library", "solve", "install"])
+    parser.add_argument("test", choices=["library", "rewrite", "solve", "install"])
     parser.add_argument("--build", required=True)
+    parser.add_argument("--seeds", default="1:60", help="first:last seed of the rewrite test")
     args = parser.parse_args()
     if shutil.which("minizinc") is None:
         print("SKIPPED: minizinc is not installed (make deps installs it)")
         return SKIP
-    return {"library": test_library, "solve": test_solve, "install": test_install}[args.test](args)
+    tests = {"library": test_library, "rewrite": test_rewrite, "solve": test_solve,
+             "install": test_install}
+    return tests[args.test](args)
 
 
 if __name__ == "__main__":
