@@ -186,6 +186,31 @@ bool count_is(std::ostream& out, const position_point& where, const argument_vec
   return false;
 }
 
+// The largest value of a tree that is a variable or a constant; 31 otherwise.
+int largest_value(const parser_context& context, const tree& t) {
+  if (t->getType() == xml::CST_INT) return static_cast<const xml::ASTInteger&>(*t).val;
+  if (t->getType() == xml::VAR) {
+    const iset d = context.solver->stack().domain(unsigned(static_cast<const xml::ASTVar&>(*t).id));
+    return d.empty() ? 0 : d.max();
+  }
+  return small_iset::MAX_DOMAIN;
+}
+
+bool sum_fits(const parser_context& context, const tree& a, const tree& b) {
+  return (long long)largest_value(context, a) + largest_value(context, b) <=
+         small_iset::MAX_DOMAIN;
+}
+
+// terms[0] + terms[1] = terms[2] as two weighted sums.
+void post_linear_sum(parser_context& context, const std::vector<var_or_value>& terms) {
+  std::vector<int> coefficients{1, 1, -1};
+  std::vector<unsigned int> vars;
+  for (const var_or_value& v : terms) vars.push_back(v.to_id(context));
+  lin_constraint_type::make_unique_vars(context, coefficients, vars);
+  context.builder.instantiate_weighted_sum(coefficients, vars, false, 0);
+  context.builder.instantiate_weighted_sum(coefficients, vars, true, 0);
+}
+
 }  // namespace
 
 bool binary_constraint_type::connect_constraint(std::ostream& out, const position_point& where,
@@ -279,6 +304,10 @@ void plus_constraint_type::connect3(parser_context& context, tree& a, tree& b, t
     result = node<xml::FunctionSub>(std::move(c), std::move(b));
   else if (is_defined_var(b, defined))
     result = node<xml::FunctionSub>(std::move(c), std::move(a));
+  else if (!sum_fits(context, a, b))
+    // a + b can pass 31 on the way to c, which the builder refuses as a tree; as a
+    // linear equation a + b - c = 0 it is exact.
+    post_linear_sum(context, {context.from_ast(*a), context.from_ast(*b), context.from_ast(*c)});
   else
     require(context,
             node<xml::FunctionEQ>(node<xml::FunctionAdd>(std::move(a), std::move(b)), std::move(c)));

@@ -499,12 +499,12 @@ bool parser_context::instantiate_var_define(std::ostream& out, unsigned int id,
     if (!instantiate_postponed(out, *definition, &symbol, ast)) return false;
     if (ast) {
       symbol.expression = std::shared_ptr<AST>(deep_copy(*ast));
-      // A cycle of definitions came back to this symbol and used its variable:
-      // that variable must then equal the expression, or it would stay free.
-      if (m_used_in_cycle.erase(id) != 0) connect_expr(id, *ast, AST_builder::usage_exact);
+      // The variable keeps its declared domain, which the compiler may have cut
+      // below what the expression reaches, and a cycle of definitions may have
+      // used the variable itself: so it equals the expression. Later copies of the
+      // expression meet it again as a common subexpression.
+      connect_expr(id, *ast, AST_builder::usage_exact);
     }
-  } else if (symbol.definition) {
-    m_used_in_cycle.insert(id);
   }
   return true;
 }
