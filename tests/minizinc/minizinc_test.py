@@ -110,7 +110,8 @@ def check_flatzinc(fzn, model_text):
 
 def compile_model(path, env, out_dir):
     fzn = os.path.join(out_dir, os.path.basename(path)[:-4] + ".fzn")
-    result = run(["minizinc", "-c", "--solver", "zelk", path, "-o", fzn], env=env)
+    ozn = fzn[:-4] + ".ozn"  # or minizinc writes it beside the model
+    result = run(["minizinc", "-c", "--solver", "zelk", path, "--fzn", fzn, "--ozn", ozn], env=env)
     text = ""
     if result.returncode == 0 and os.path.exists(fzn):
         with open(fzn, encoding="utf-8") as f:
