@@ -46,11 +46,11 @@ ZELK_PREDICATES = {
     "zelk_no_sub_interval", "zelk_no_sub_interval_k",
 }
 
-# A global named in a model, and the predicate of zelk that must stand for it.
+# A global named in a model, and the predicates of zelk of which one must stand for it.
 GLOBAL_PROPAGATORS = {
-    "alldifferent": "all_different_int",
-    "table": "zelk_table_int",
-    "disjunctive": "zelk_no_overlap",
+    "alldifferent": ("all_different_int",),
+    "table": ("zelk_table_int", "zelk_table_bool"),
+    "disjunctive": ("zelk_no_overlap",),
 }
 
 TRIVIAL_FZN = "var 0..3: x :: output_var;\nconstraint int_le(2, x);\nsolve satisfy;\n"
@@ -106,9 +106,9 @@ def check_flatzinc(fzn, model_text):
         if m and m.group(1) not in ZELK_PREDICATES:
             problems.append(f"predicate zelk doesn't know: {m.group(1)}")
     names = set(re.findall(r"^\s*constraint\s+([A-Za-z_][A-Za-z0-9_]*)", body, re.M))
-    for global_name, predicate in GLOBAL_PROPAGATORS.items():
-        if re.search(rf"\b{global_name}\s*\(", model_text) and predicate not in names:
-            problems.append(f"{global_name} is decomposed instead of posting {predicate}")
+    for global_name, predicates in GLOBAL_PROPAGATORS.items():
+        if re.search(rf"\b{global_name}\s*\(", model_text) and not names & set(predicates):
+            problems.append(f"{global_name} is decomposed instead of posting {predicates[0]}")
     return problems
 
 
