@@ -5,11 +5,14 @@
 #   make build       Release build in build/
 #   make sanitize    ASan+UBSan debug build with the audit checks in build-sanitize/ and the whole suite under it
 #   make bench       micro-benchmarks (bench/micro) in build-bench/
+#   make install     build, then install under PREFIX (default /usr/local), staged under
+#                    DESTDIR if given: the same as cmake --install on the build
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
-PACKAGES := g++ cmake make libboost-dev libxml2-dev bison flex libgtest-dev googletest libbenchmark-dev clasp
+PACKAGES := g++ cmake make libboost-dev libxml2-dev bison flex libgtest-dev googletest libbenchmark-dev clasp minizinc flatzinc
+PREFIX   ?= /usr/local
 
-.PHONY: deps build demo check sanitize bench clean
+.PHONY: deps build demo check sanitize bench install clean
 
 deps:
 	@missing=""; \
@@ -41,6 +44,9 @@ sanitize: deps
 bench: deps
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DZELK_BENCH=ON >/dev/null
 	cmake --build build-bench -j $(JOBS)
+
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
 
 clean:
 	rm -rf build build-sanitize build-bench
