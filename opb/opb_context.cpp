@@ -34,6 +34,11 @@ context::~context() {
 std::size_t context::read_input(char* buf, std::size_t max_size) {
   if (!m_input.good()) return 0;
   m_input.read(buf, std::streamsize(max_size));
+  // A read error is no end of the input: the model would lose its rest.
+  if (m_input.bad()) {
+    std::cerr << m_file_name << ": can't read the input" << std::endl;
+    throw std::runtime_error(m_file_name + ": Parsing failed");
+  }
   return std::size_t(m_input.gcount());
 }
 
