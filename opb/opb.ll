@@ -44,6 +44,7 @@ static int zelk_opb_count_lines(const char* text, int length) {
 %option extra-type="zelk::opb::context*"
 %option noyywrap nounput noinput batch never-interactive
 %option nounistd
+%option full
 
 %x COMMENT LINE_COMMENT
 
@@ -79,12 +80,12 @@ static int zelk_opb_count_lines(const char* text, int length) {
                         }
 <INITIAL><<EOF>>         { return yy::opb_parser::make_END(loc); }
 
-<LINE_COMMENT>[^\r\n]{1,512} { loc.step(); }
+<LINE_COMMENT>[^\r\n]{1,64} { loc.step(); }
 <LINE_COMMENT>\r\n|\r|\n  { BEGIN(INITIAL); loc.lines(1); loc.step(); }
 <LINE_COMMENT><<EOF>>   { BEGIN(INITIAL); return yy::opb_parser::make_END(loc); }
 
 <COMMENT>"*/"           { BEGIN(INITIAL); loc.step(); }
-<COMMENT>[^*\r\n]{1,512} { loc.step(); }
+<COMMENT>[^*\r\n]{1,64} { loc.step(); }
 <COMMENT>"*"            { loc.step(); }
 <COMMENT>(\r|\n)+       { loc.lines(zelk_opb_count_lines(yytext, int(yyleng))); loc.step(); }
 <COMMENT><<EOF>>        { return yy::opb_parser::make_ERR(loc); }
