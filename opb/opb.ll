@@ -44,7 +44,7 @@ static int zelk_opb_count_lines(const char* text, int length) {
 %option extra-type="zelk::opb::context*"
 %option noyywrap nounput noinput batch never-interactive
 %option nounistd
-%option full
+%option full 8bit
 
 %x COMMENT LINE_COMMENT
 
