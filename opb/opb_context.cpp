@@ -152,7 +152,8 @@ void context::connect_normalized_objective() {
 
 bool context::connect_minimization() {
   // min e = -(max -e). No variable holds a value below 0, so only an objective
-  // whose coefficients are all 0 gets through; any other raises the range error.
+  // whose coefficients are all 0 gets through; build_solver sends no other here
+  // (they go to connect_normalized_objective).
   m_objective->negate_coefficients();
   const unsigned int n = m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND,
                                                               "max::neg::objective");
