@@ -7,13 +7,19 @@
 // finished run, whatever its answer, and 1 for an option error or an exception.
 #include "driver/zelk.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
+#include <stdexcept>
+#include <string>
 #include <typeinfo>
 
 #include "impl/AST_builder.h"
@@ -124,6 +130,38 @@ void solve_file(std::istream& in, const char* file_name, const per_format_flags&
   std::cerr << "Unknown input format " << flags.format << "\n";
 }
 
+namespace {
+
+// A file that can't be read is no model, and a directory reads as an empty one
+// (or fails only at its first read): both are refused before any reader sees
+// them, with the file and the system's reason.
+[[noreturn]] void refuse_input(const char* file_name, int error) {
+  throw std::runtime_error(std::string(file_name) + ": " + std::strerror(error));
+}
+
+void check_readable(int fd, const char* file_name) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) refuse_input(file_name, errno);
+  if (S_ISDIR(status.st_mode)) refuse_input(file_name, EISDIR);
+}
+
+void open_input(std::ifstream& in, const char* file_name) {
+  const int fd = open(file_name, O_RDONLY);
+  if (fd < 0) refuse_input(file_name, errno);
+  try {
+    check_readable(fd, file_name);
+  } catch (...) {
+    close(fd);
+    throw;
+  }
+  close(fd);
+  errno = 0;
+  in.open(file_name);
+  if (!in.is_open()) refuse_input(file_name, errno != 0 ? errno : EIO);
+}
+
+}  // namespace
+
 int main_impl(int argc, char** argv) {
   per_format_flags flags;
   if (!flags.parse(argc, argv)) return 1;
@@ -131,12 +169,13 @@ int main_impl(int argc, char** argv) {
   // One per process, shared by all files, never freed.
   table_propagator_base::memory_manager* memory = new table_propagator_base::memory_manager();
   if (argv[optind] == nullptr) {
+    check_readable(STDIN_FILENO, "<stdin>");
     solve_file(std::cin, "<stdin>", flags, *memory, false);
     return 0;
   }
   for (int i = optind; argv[i] != nullptr; ++i) {
-    // A failed open is the reader's to report: it sees the failed stream.
-    std::ifstream in(argv[i]);
+    std::ifstream in;
+    open_input(in, argv[i]);
     solve_file(in, argv[i], flags, *memory, argv[i + 1] != nullptr);
   }
   return 0;

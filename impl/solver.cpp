@@ -952,7 +952,8 @@ void solver::save_solution_as_best() {
   m_best_value = evaluate_objective();
   if (!quiet_optimization) {
     std::cout << comment_prefix << " best result so far:\n";
-    std::cout << objective_prefix << " " << m_best_value << std::endl;
+    std::cout << objective_prefix << " " << static_cast<long long>(m_best_value) + objective_offset
+              << std::endl;
     print_solution(std::cout);
   }
   m_best_solution.resize(num_variables());

@@ -208,6 +208,9 @@ class solver : private solver_types, private no_copy, private watch_types {
   std::string comment_prefix = "c";
   std::string status_prefix = "s";
   std::string objective_prefix = "o";
+  // Added to the best value in the "o" lines: a format whose objective variable
+  // holds its objective less a constant reports the objective itself.
+  int objective_offset = 0;
 
   // ==== decision heuristic (variable_cost) =====================================
   int choose_free_variable();

@@ -2,7 +2,14 @@
    context's stream and keeping line and column in the context's location.
    "*" starts a comment up to the end of the line (products are written by
    juxtaposition, so "*" is never an operator); an unterminated block comment
-   gives the token ERR, which no rule accepts. */
+   gives the token ERR, which no rule accepts. CR, LF and CRLF each end a line.
+   A NUL byte is a byte like any other that the grammar has no place for: it
+   must not be taken for the end of the input.
+
+   Reading stays linear in the input: flex rescans a token from its start
+   after each refill of its buffer, so a refill takes all the free room of the
+   buffer (which doubles when a token fills it) instead of a fixed block, and
+   comments are skipped in pieces of bounded length. */
 %{
 #include <climits>
 #include <cstdlib>
@@ -19,6 +26,15 @@
   result = yyget_extra(yyscanner)->read_input(buf, std::size_t(max_size))
 #define YY_USER_ACTION loc.columns(int(yyleng));
 #define YY_FATAL_ERROR(msg) zelk_opb_fatal_error(msg, yyscanner)
+#define YY_READ_BUF_SIZE INT_MAX
+
+// Lines ended by CR, LF or CRLF in a run of line ends.
+static int zelk_opb_count_lines(const char* text, int length) {
+  int lines = 0;
+  for (int i = 0; i < length; ++i)
+    if (text[i] == '\n' || (text[i] == '\r' && (i + 1 == length || text[i + 1] != '\n'))) ++lines;
+  return lines;
+}
 
 [[noreturn]] static void zelk_opb_fatal_error(const char* message, void* scanner);
 %}
@@ -28,8 +44,9 @@
 %option extra-type="zelk::opb::context*"
 %option noyywrap nounput noinput batch never-interactive
 %option nounistd
+%option full 8bit
 
-%x COMMENT
+%x COMMENT LINE_COMMENT
 
 %%
 
@@ -50,22 +67,27 @@
                           if (name == nullptr) throw std::bad_alloc();
                           return yy::opb_parser::make_IDENTIFIER(name, loc);
                         }
-[ \t\r]+                { loc.step(); }
-\n+                     { loc.lines(int(yyleng)); loc.step(); }
+[ \t]+                  { loc.step(); }
+(\r|\n)+                { loc.lines(zelk_opb_count_lines(yytext, int(yyleng))); loc.step(); }
 "<="                    { return yy::opb_parser::make_LE(loc); }
 ">="                    { return yy::opb_parser::make_GE(loc); }
-"*".*                   { loc.step(); }
+"*"                     { BEGIN(LINE_COMMENT); loc.step(); }
 "/*"                    { BEGIN(COMMENT); }
+\0                      { return yy::opb_parser::make_YYUNDEF(loc); }
 .                       {
                           return yy::opb_parser::symbol_type(
                               int(static_cast<unsigned char>(yytext[0])), loc);
                         }
 <INITIAL><<EOF>>         { return yy::opb_parser::make_END(loc); }
 
+<LINE_COMMENT>[^\r\n]{1,64} { loc.step(); }
+<LINE_COMMENT>\r\n|\r|\n  { BEGIN(INITIAL); loc.lines(1); loc.step(); }
+<LINE_COMMENT><<EOF>>   { BEGIN(INITIAL); return yy::opb_parser::make_END(loc); }
+
 <COMMENT>"*/"           { BEGIN(INITIAL); loc.step(); }
-<COMMENT>[^*\n]+        { loc.step(); }
+<COMMENT>[^*\r\n]{1,64} { loc.step(); }
 <COMMENT>"*"            { loc.step(); }
-<COMMENT>\n+            { loc.lines(int(yyleng)); loc.step(); }
+<COMMENT>(\r|\n)+       { loc.lines(zelk_opb_count_lines(yytext, int(yyleng))); loc.step(); }
 <COMMENT><<EOF>>        { return yy::opb_parser::make_ERR(loc); }
 
 %%

@@ -2,6 +2,7 @@
 // constructor of opb_solver that reads a file with the generated scanner and parser.
 #include "opb/opb_context.h"
 
+#include <climits>
 #include <cstdlib>
 #include <iostream>
 #include <new>
@@ -35,6 +36,11 @@ std::size_t context::read_input(char* buf, std::size_t max_size) {
   std::istream& in = m_more_input ? *m_more_input : m_input;
   if (!in.good()) return 0;
   in.read(buf, std::streamsize(max_size));
+  // A read error is no end of the input: the model would lose its rest.
+  if (in.bad()) {
+    std::cerr << m_file_name << ": can't read the input" << std::endl;
+    throw std::runtime_error(m_file_name + ": Parsing failed");
+  }
   return std::size_t(in.gcount());
 }
 
@@ -100,6 +106,22 @@ void context::set_objective(expression* e, direction d) {
 
 //==== model building ===============================================================
 
+namespace {
+
+// Whether the objective as read, single literals made positive and equal atoms
+// merged, can be held by a variable: a maximized sum of coefficients 0 or above
+// that stays within 31, or a minimized one of zeros only (it is built negated).
+bool fits_as_read(const expression& e, context::direction d) {
+  long long sum = 0;
+  for (const expression::atom_type& atom : e.atoms()) {
+    if (d == context::MINIMIZE ? atom.coefficient != 0 : atom.coefficient < 0) return false;
+    sum += atom.coefficient;
+  }
+  return sum <= small_iset::MAX_DOMAIN;
+}
+
+}  // namespace
+
 bool context::build_solver() {
   for (const variable& v : m_variables) v.associate(m_solver);
   m_solver.reported_variable_count = unsigned(m_variables.size());
@@ -115,11 +137,19 @@ bool context::build_solver() {
       if (!c->apply(*this)) return false;
   }
   if (!m_objective) return true;
+  // The objective as read is posted as before wherever it fits, so that those
+  // runs keep their variables and their search; the normal form takes the rest.
+  expression as_read = *m_objective;
   // A term over one negative literal is worth its coefficient when the variable is
   // 0: as the negated term over the positive literal, its atom variable gets the
   // values (c, 0) instead of following the literal's own variable.
-  m_objective->make_single_literals_positive(*this);
-  m_objective->merge_repeated_atoms();
+  as_read.make_single_literals_positive(*this);
+  as_read.merge_repeated_atoms();
+  if (!fits_as_read(as_read, m_direction)) {
+    connect_normalized_objective();
+    return true;
+  }
+  *m_objective = std::move(as_read);
   if (m_direction == MINIMIZE) return connect_minimization();
   const unsigned int v =
       m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND, "max::objective");
@@ -177,9 +207,36 @@ void context::check_fixed_at_creation() const {
   }
 }
 
+void context::connect_normalized_objective() {
+  // Normalized as the left side of "e >= 0": e = e' - rhs', with every
+  // coefficient of e' above 0 (c x = c + (-c) ~x).
+  auto normalized = std::make_unique<expression>(*m_objective);
+  int rhs = 0;
+  normalized->normalize(*this, rhs);
+  m_objective_constant = -rhs;
+  const bool minimize = m_direction == MINIMIZE;
+  const char* name = minimize ? "min::objective" : "max::objective";
+  unsigned int v;
+  if (normalized->empty()) {
+    v = m_solver.add_var(small_model::iset::singleton(0), name);
+  } else {
+    // A maximized sum needs a variable at most the sum, as for ">=" constraints;
+    // a minimized one is tightened downwards, so its variable is the exact sum.
+    // Sums beyond 31 raise the range error of small_iset here.
+    v = normalized->get_evaluating_variable(
+        *this, minimize ? expression::EQUALITY : expression::LOWER_BOUND, name);
+  }
+  m_normalized_objective = std::move(normalized);
+  m_objective_variable = v;
+  m_solver.objective_variable = int(v);
+  m_solver.minimize = minimize;
+  m_solver.objective_offset = m_objective_constant;
+}
+
 bool context::connect_minimization() {
   // min e = -(max -e). No variable holds a value below 0, so only an objective
-  // whose coefficients are all 0 gets through; any other raises the range error.
+  // whose coefficients are all 0 gets through; build_solver sends no other here
+  // (they go to connect_normalized_objective).
   m_objective->negate_coefficients();
   const unsigned int n = m_objective->get_evaluating_variable(*this, expression::LOWER_BOUND,
                                                               "max::neg::objective");
@@ -198,6 +255,9 @@ bool context::connect_minimization() {
 //==== solutions ====================================================================
 
 int context::evaluate_objective() const {
+  // The solver's bound works on the objective variable's values: the normalized
+  // sum, where there is one; the constant goes to the "o" lines only.
+  if (m_normalized_objective) return m_normalized_objective->evaluate(m_solver);
   return m_objective ? m_objective->evaluate(m_solver) : 0;
 }
 

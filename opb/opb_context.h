@@ -67,6 +67,9 @@ class context : private no_copy {
   // False: some constraint can't be satisfied.
   [[nodiscard]] bool build_solver();
   [[nodiscard]] bool connect_minimization();
+  // The objective in normal form (positive coefficients, a constant aside), for
+  // objectives the form as read can't hold; its variable holds the normalized sum.
+  void connect_normalized_objective();
 
   // ---- solutions -------------------------------------------------------------
   int evaluate_objective() const;
@@ -110,6 +113,10 @@ class context : private no_copy {
   const expression* objective() const { return m_objective.get(); }
   direction objective_direction() const { return m_direction; }
   unsigned int objective_variable() const { return m_objective_variable; }
+  // Set by connect_normalized_objective: the objective is the normalized sum
+  // plus this constant.
+  const expression* normalized_objective() const { return m_normalized_objective.get(); }
+  int objective_constant() const { return m_objective_constant; }
 
  private:
   void* m_scanner = nullptr;
@@ -122,6 +129,8 @@ class context : private no_copy {
   std::unique_ptr<expression> m_objective;
   direction m_direction = MAXIMIZE;
   unsigned int m_objective_variable = NO_VARIABLE;
+  std::unique_ptr<expression> m_normalized_objective;
+  int m_objective_constant = 0;
   solver& m_solver;
   // Labelled parts (read_more, label_from_now_on).
   std::istream* m_more_input = nullptr;

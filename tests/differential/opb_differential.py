@@ -7,13 +7,16 @@
 
 Each seed gives one small random instance in zelk's dialect (clauses,
 cardinalities, small weighted sums, all five relations, negations, products of
-two literals, names, with or without a "max:" objective), with extra weight on
-the shapes that once gave wrong answers. zelk solves it under several option
+two literals, names, with or without a "max:" or "min:" objective whose
+coefficients may be negative, mostly within what zelk can hold and sometimes
+beyond it), with extra weight on the shapes that once gave wrong answers. zelk solves it under several option
 sets; the answer is compared with brute force over all assignments (up to
 BRUTE_MAX_VARS variables), with clasp on a normalised standard-OPB twin when
 clasp is installed, and with the other option sets. Every model zelk prints
 must satisfy the file (own evaluation and opb_checker), and the "o" line before
-it must be the objective of that model.
+it must be the objective of that model. An objective whose normal form (c ~x
+written c - c x, equal products merged) has positive coefficients summing above
+31 must be refused with the range error, and every other one optimised.
 
 A failure prints the seed, the instance and the command that replays it.
 Standard library only; the last line reads "N passed, N failed".
@@ -40,13 +43,14 @@ NAMES = ["x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x1
 # ---- instances ------------------------------------------------------------------
 # A literal is (negated, variable index); a term is (coefficient, [literals]);
 # a constraint is (name or None, [terms], relation, rhs); the objective is None
-# or a list of terms to maximise.
+# or a list of terms, maximised or minimised as `direction` ("max" or "min") says.
 
 class Instance:
-    def __init__(self, names, constraints, objective):
+    def __init__(self, names, constraints, objective, direction="max"):
         self.names = names
         self.constraints = constraints
         self.objective = objective
+        self.direction = direction
 
     def text(self):
         def terms_text(terms):
@@ -55,7 +59,7 @@ class Instance:
                             for c, lits in terms)
         out = []
         if self.objective is not None:
-            out.append("max: %s ;" % terms_text(self.objective))
+            out.append("%s: %s ;" % (self.direction, terms_text(self.objective)))
         for i, (name, terms, rel, rhs) in enumerate(self.constraints):
             # the sign of a right-hand side is optional: write both forms
             rhs_text = ("%+d" % rhs) if rhs < 0 or i % 3 == 1 else str(rhs)
@@ -164,12 +168,23 @@ def gen_special(rng, n):
 
 
 def gen_objective(rng, n, product_rate):
-    budget = 31
+    # Mostly within the 31 zelk can hold, sometimes beyond it; negative terms,
+    # and a term with its complement, merge into a constant.
+    budget = 31 if rng.random() < 0.85 else rng.randint(32, 48)
+    negative_rate = rng.choice([0.0, 0.3, 0.6, 1.0])
     terms = []
-    for _ in range(rng.randint(1, 5)):
-        c = rng.randint(1, min(9, budget))
+    for _ in range(rng.randint(1, 6) if budget <= 31 else 20):
+        if budget <= 0:
+            break
+        c = rng.randint(1, min(12, budget))
         budget -= c
+        sign = -1 if rng.random() < negative_rate else 1
         r = rng.random()
+        if r < 0.1 and budget >= c:     # a literal and its complement: the constant c
+            budget -= c
+            v = rng.randrange(n)
+            terms += [(sign * c, [(False, v)]), (sign * c, [(True, v)])]
+            continue
         if r < 0.1:         # always false
             v = rng.randrange(n)
             lits = [(False, v), (True, v)]
@@ -177,10 +192,10 @@ def gen_objective(rng, n, product_rate):
             lits = [(True, rng.randrange(n))]
         else:
             lits = random_conjunction(rng, n, product_rate)
-        terms.append((c, lits))
+        terms.append((sign * c, lits))
         if budget > c and rng.random() < 0.1:   # the same term again
             budget -= c
-            terms.append((c, list(lits)))
+            terms.append((sign * c, list(lits)))
         if budget <= 0:
             break
     return terms
@@ -232,8 +247,8 @@ def generate(seed):
             terms, rel, rhs = plant(rng, terms, rel, rhs, planted)
         name = "c%d" % (len(constraints) + 1) if rng.random() < 0.2 else None
         constraints.append((name, terms, rel, rhs))
-    objective = gen_objective(rng, n, product_rate) if rng.random() < 0.45 else None
-    return Instance(names, constraints, objective)
+    objective = gen_objective(rng, n, product_rate) if rng.random() < 0.5 else None
+    return Instance(names, constraints, objective, rng.choice(["max", "min"]))
 
 
 # ---- semantics --------------------------------------------------------------------
@@ -282,13 +297,14 @@ class Evaluator:
 def brute_force(inst):
     """(status, optimum): SAT, UNSAT or OPTIMUM over all assignments."""
     ev = Evaluator(inst)
+    better = (lambda v, b: v > b) if inst.direction == "max" else (lambda v, b: v < b)
     best = None
     for a in range(1 << len(inst.names)):
         if ev.satisfied(a):
             if ev.objective is None:
                 return "SAT", None
             v = ev.value(a)
-            if best is None or v > best:
+            if best is None or better(v, best):
                 best = v
     if best is None:
         return "UNSAT", None
@@ -297,26 +313,38 @@ def brute_force(inst):
 
 # ---- standard OPB for the peer ---------------------------------------------------------
 
+def merge(terms):
+    """The sum with c ~x written c - c x and equal products merged: ({product:
+    coefficient}, constant), no coefficient 0."""
+    merged = {}
+    const = 0
+    for c, lits in terms:
+        lits = sorted(set(lits), key=lambda l: (l[1], l[0]))
+        if len({v for _, v in lits}) < len(lits):
+            continue                           # x and ~x: always 0
+        if len(lits) == 1 and lits[0][0]:      # c ~x = c - c x
+            const += c
+            key = ((False, lits[0][1]),)
+            c = -c
+        else:
+            key = tuple(lits)
+        merged[key] = merged.get(key, 0) + c
+    return {k: c for k, c in merged.items() if c != 0}, const
+
+
+def objective_fits(inst):
+    """Whether zelk can hold the objective: in normal form every coefficient is
+    made positive (-c A = c ~A - c), and those must sum to 31 at most."""
+    if inst.objective is None:
+        return True
+    merged, _ = merge(inst.objective)
+    return sum(abs(c) for c in merged.values()) <= 31
+
+
 def to_standard(inst):
     """A twin in the peers' subset: x1..xn, only >=, each variable and each product
     once per constraint (~x = 1 - x merged in), "=" as two ">=", "max:" as "min:".
-    Returns (text, offset): zelk's objective = offset - clasp's "o" value."""
-    def merge(terms):
-        merged = {}
-        const = 0
-        for c, lits in terms:
-            lits = sorted(set(lits), key=lambda l: (l[1], l[0]))
-            if len({v for _, v in lits}) < len(lits):
-                continue                           # x and ~x: always 0
-            if len(lits) == 1 and lits[0][0]:      # c ~x = c - c x
-                const += c
-                key = ((False, lits[0][1]),)
-                c = -c
-            else:
-                key = tuple(lits)
-            merged[key] = merged.get(key, 0) + c
-        return {k: c for k, c in merged.items() if c != 0}, const
-
+    Returns (text, offset, sign): zelk's objective = offset + sign * clasp's "o"."""
     def lit_text(lit):
         return ("~" if lit[0] else "") + "x%d" % (lit[1] + 1)
 
@@ -340,21 +368,22 @@ def to_standard(inst):
             products += [k for k in merged if len(k) > 1]
             lines.append("%s >= %d ;" % (terms_text(merged), r))
     offset = 0
+    sign = -1 if inst.direction == "max" else 1
     head_obj = []
     if inst.objective is not None:
         merged, offset = merge(inst.objective)
         if merged:
             products += [k for k in merged if len(k) > 1]
-            head_obj.append("min: %s ;" % terms_text({k: -c for k, c in merged.items()}))
+            head_obj.append("min: %s ;" % terms_text({k: sign * c for k, c in merged.items()}))
     head = "* #variable= %d #constraint= %d" % (len(inst.names), len(lines))
     if products:
         head += " #product= %d sizeproduct= %d" % (len(products),
                                                     sum(len(k) for k in products))
-    return "\n".join([head] + head_obj + lines) + "\n", offset
+    return "\n".join([head] + head_obj + lines) + "\n", offset, sign
 
 
 def run_clasp(inst, tmpdir, tag):
-    text, offset = to_standard(inst)
+    text, offset, sign = to_standard(inst)
     path = os.path.join(tmpdir, tag + ".std.opb")
     with open(path, "w") as f:
         f.write(text)
@@ -379,7 +408,7 @@ def run_clasp(inst, tmpdir, tag):
     if inst.objective is not None and status in ("SAT", "OPTIMUM"):
         if status == "SAT" and value is None:
             status = "OPTIMUM"                     # objective constant after merging
-        value = offset - (value or 0)
+        value = offset + sign * (value or 0)
     return status, value, a if model is not None else None
 
 
@@ -419,6 +448,16 @@ def parse_zelk(out, names):
 def check_zelk_run(inst, ev, path, out, err, rc, checker):
     """Problems of one run, as strings, and its (status, value)."""
     problems = []
+    if not objective_fits(inst):
+        # The range error, and no answer before it; or UNSAT, when a constraint
+        # fails before the objective is built (compared with the oracle below).
+        if rc == 0 and "\ns UNSATISFIABLE\n" in out:
+            pass
+        else:
+            if rc != 1 or "Exception(St12out_of_range)" not in out or "\ns " in out:
+                problems.append("an objective beyond 31 not refused by the range error: "
+                                "exit status %d, output tail %r" % (rc, out[-300:]))
+            return problems, ("ERROR", None)
     if rc != 0 or err.strip() or "Exception(" in out:
         problems.append("exit status %d, stderr %r, output tail %r" % (rc, err[-300:],
                                                                          out[-300:]))
@@ -460,7 +499,7 @@ def test_instance(seed, inst, args, tmpdir, tag=None):
     oracle = None
     if len(inst.names) <= BRUTE_MAX_VARS:
         oracle = ("brute force", brute_force(inst))
-    if args.peer == "clasp":
+    if args.peer == "clasp" and objective_fits(inst):
         st, val, a = run_clasp(inst, tmpdir, tag)
         peer = ("clasp", (st, val if st == "OPTIMUM" else None))
         if st == "UNKNOWN":

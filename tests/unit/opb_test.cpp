@@ -6,9 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <array>
 #include <climits>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -130,9 +133,10 @@ TEST(opb, failures) {
   EXPECT_THROW(read("+16 x +16 y = 2 ;\n"), std::out_of_range);
   // The same coefficients in a clause are fine: only "some term is true" is posted.
   EXPECT_NO_THROW(read("+16 x +16 y >= 1 ;\n"));
-  // min: only with coefficients 0.
-  EXPECT_THROW(read("min: +1 x ;\n"), std::out_of_range);
-  EXPECT_NO_THROW(read("min: +0 x ;\n"));
+  // Objectives: the positive coefficients of the normal form above 31.
+  EXPECT_THROW(read("min: +16 x +16 y ;\n"), std::out_of_range);
+  EXPECT_THROW(read("max: -16 x -16 ~y ;\n"), std::out_of_range);
+  EXPECT_NO_THROW(read("max: +20 x +20 ~x +5 y ;\n"));  // 20 + 5 y
   // Syntax errors: the message on standard error, then the exception.
   for (const char* text : {"min: ;\n", "1 x >= 1 ;\n", "/* open\n", "+1 x >= 1\n", "+1 * x >= 1;\n",
                            "+1 min >= 1 ;\n", "+1 x @ 1 ;\n"}) {
@@ -147,6 +151,129 @@ TEST(opb, failures) {
     EXPECT_EQ(message.rfind("test.opb:", 0), 0u) << message;
     EXPECT_NE(message.find(":syntax error, unexpected "), std::string::npos) << message;
   }
+}
+
+//==== objectives =======================================================================
+
+// A random objective over three variables, minimized or maximized, under a
+// random clause: the optimum zelk proves, reported with the objective's
+// constant, is the one found by trying all eight assignments; an objective whose
+// normal form sums above 31 is refused by the range error.
+TEST(opb, objective_optimum_matches_brute_force) {
+  std::mt19937 rng(24);
+  const char* const names[] = {"a", "b", "c"};
+  for (int round = 0; round < 400; ++round) {
+    struct term {
+      int coefficient;
+      int var;
+      bool negated;
+      int second;  // -1, or a second (plain) variable of a product
+    };
+    std::vector<term> terms(1 + rng() % 5);
+    const bool minimize = rng() % 2 == 0;
+    std::string text = minimize ? "min:" : "max:";
+    for (term& t : terms) {
+      t = {int(rng() % 25) - 12, int(rng() % 3), rng() % 3 == 0, rng() % 4 == 0 ? int(rng() % 3) : -1};
+      text += " " + std::string(t.coefficient >= 0 ? "+" : "") + std::to_string(t.coefficient) + " " +
+              (t.negated ? "~" : "") + names[t.var];
+      if (t.second >= 0) text += std::string(" ") + names[t.second];
+    }
+    text += " ;\n";
+    const std::array<bool, 3> clause_negated{rng() % 2 == 0, rng() % 2 == 0, rng() % 2 == 0};
+    text += std::string("+1 ") + (clause_negated[0] ? "~" : "") + "a +1 " + (clause_negated[1] ? "~" : "") +
+            "b +1 " + (clause_negated[2] ? "~" : "") + "c >= 1 ;\n";
+
+    // The normal form: products by their sets of (variable, sign), c ~x as c - c x.
+    std::vector<std::pair<std::vector<int>, long long>> merged;
+    long long constant = 0;
+    for (const term& t : terms) {
+      std::vector<int> key{t.var * 2 + (t.negated ? 1 : 0)};
+      if (t.second >= 0 && t.second != t.var) key.push_back(t.second * 2);
+      if (t.second == t.var && t.negated) continue;  // x ~x: always false
+      long long c = t.coefficient;
+      if (key.size() == 1 && t.negated) {
+        constant += c;
+        key = {t.var * 2};
+        c = -c;
+      }
+      std::sort(key.begin(), key.end());
+      auto same = std::find_if(merged.begin(), merged.end(), [&](const auto& m) { return m.first == key; });
+      if (same == merged.end())
+        merged.emplace_back(key, c);
+      else
+        same->second += c;
+    }
+    long long positive_sum = 0;
+    for (const auto& m : merged) positive_sum += std::abs(m.second);
+    static_cast<void>(constant);
+
+    if (positive_sum > 31) {
+      EXPECT_THROW(read(text), std::out_of_range) << text;
+      continue;
+    }
+    std::optional<long long> best;
+    for (int a = 0; a < 8; ++a) {
+      auto value_of = [&](int v) { return (a >> v & 1) != 0; };
+      if (value_of(0) == clause_negated[0] && value_of(1) == clause_negated[1] && value_of(2) == clause_negated[2])
+        continue;
+      long long value = 0;
+      for (const term& t : terms)
+        if (value_of(t.var) != t.negated && (t.second < 0 || value_of(t.second))) value += t.coefficient;
+      if (!best || (minimize ? value < *best : value > *best)) best = value;
+    }
+    std::unique_ptr<opb_solver> s = read(text);
+    captured_cout quiet;
+    ASSERT_EQ(s->solve(&std::cout), zelk::solver::OPTIMAL) << text;
+    EXPECT_EQ(s->best_value() + s->objective_offset, *best) << text;
+    // The objective of the model left in the solver is the one reported.
+    EXPECT_EQ(s->context().objective()->evaluate(*s), *best) << text;
+  }
+}
+
+//==== reading ==========================================================================
+
+// The location of the syntax error in `text`, as "line.column".
+std::string error_location(const std::string& text) {
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(read(text), std::runtime_error);
+  const std::string message = testing::internal::GetCapturedStderr();
+  const std::size_t start = message.find(':') + 1;
+  return message.substr(start, message.find(':', start) - start);
+}
+
+TEST(opb, line_ends) {
+  // CR, LF and CRLF each end one line: in "*" comments, in block comments and
+  // between tokens; a CR-only file is not one long comment.
+  for (const std::string eol : {"\n", "\r", "\r\n"}) {
+    EXPECT_EQ(error_location("* comment" + eol + "+1 x >= 1 ;" + eol + eol + "/* block" + eol + "comment */" + eol +
+                             "+1 x @ ;"),
+              "6.6")
+        << int(eol.back());
+    std::unique_ptr<opb_solver> s = read("* only this line" + eol + "+1 x >= 1 ;" + eol + "* again" + eol + "+1 y >= 1 ;");
+    EXPECT_EQ(s->context().constraints().size(), 2u) << int(eol.back());
+  }
+  // A CRLF across the scanner's refill of its buffer still ends one line.
+  for (std::size_t padding = 16360; padding < 16400; ++padding)
+    EXPECT_EQ(error_location("*" + std::string(padding, 'x') + "\r\n\r\n@"), "3.1") << padding;
+}
+
+TEST(opb, any_byte_without_a_place_is_an_error) {
+  // A NUL byte is no end of the input: the second constraint must not be lost.
+  using namespace std::string_literals;
+  EXPECT_EQ(error_location("+1 x >= 1 ;\n\0+1 ~x >= 1 ;\n"s), "2.1");
+  EXPECT_EQ(error_location("\0"s), "1.1");
+  EXPECT_EQ(error_location("+1 x >= 1 \xff;\n"), "1.11");
+  // In a comment it is text like any other.
+  EXPECT_EQ(read("* a \0 in a comment\n/* \0 */ +1 x >= 1 ;\n"s)->context().constraints().size(), 1u);
+}
+
+TEST(opb, long_tokens) {
+  // Tokens far longer than the scanner's buffer are read whole.
+  const std::string name(3u << 20, 'v');
+  std::unique_ptr<opb_solver> s =
+      read("* " + std::string(3u << 20, 'c') + "\n+1 " + name + " >= 1 ;\n/*" + std::string(3u << 20, '*') + "*/\n");
+  ASSERT_EQ(s->context().variables().size(), 1u);
+  EXPECT_EQ(std::string(s->context().variables().begin()->name()), name);
 }
 
 TEST(opb, accepted_dialect) {
