@@ -312,11 +312,12 @@ def read_model(text):
                         fail("line %d: array %s given a scalar" % (line, name))
                     elems = []
                     for t in value[1]:
-                        if t[0] == "v":
-                            # the array's element type restricts the variables it holds
+                        # the array's element type restricts what it holds: a constant
+                        # outside it leaves the model without solutions
+                        if t[0] not in ("v", "c"):
+                            fail("line %d: array %s holds a non-integer" % (line, name))
+                        if t[0] == "v" or t[1] not in domain:
                             model.constraints.append(("zelk_checker_in", [t, ("set", domain)], line))
-                        elif t[0] == "c" and t[1] not in domain:
-                            fail("line %d: constant %d of %s outside its type" % (line, t[1], name))
                         elems.append(t)
                     model.arrays[name] = (("a", elems), anns)
                 else:
