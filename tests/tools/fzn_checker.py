@@ -468,6 +468,7 @@ class Extension:
             for v in c.scope:
                 self.watch[v].append(c)
         self.nodes = 0
+        self.culprit = None   # the first constraint that failed, for the message
 
     def propagate(self, values, domains, queue):
         """False on a violated constraint; (values, domains) updated in place."""
@@ -476,6 +477,7 @@ class Extension:
             open_vars = [v for v in c.scope if v not in values]
             if not open_vars:
                 if not c.holds(values):
+                    self.culprit = self.culprit or c.text(values)
                     return False
             elif len(open_vars) == 1:
                 v = open_vars[0]
@@ -486,6 +488,8 @@ class Extension:
                         kept.append(x)
                 del values[v]
                 if not kept:
+                    self.culprit = self.culprit or "%s, which no value of %s satisfies" % (
+                        c.text(values), v)
                     return False
                 domains[v] = kept
                 if len(kept) == 1:
@@ -644,13 +648,15 @@ def check_solution(model, extension, solution, where, fixed_objective):
         domains[name] = [x] if x in domains[name] else []
         if not domains[name]:
             fail("%s: %s = %d outside its domain" % (where, name, x))
+    extension.nodes, extension.culprit = 0, None
     full = extension.solve(known, domains, list(extension.constraints))
     if full is None:
         hidden = sorted(set(model.vars) - set(values))
-        fail("%s: no values of the unprinted variables (%s) satisfy all constraints%s"
+        fail("%s: no values of the unprinted variables (%s) satisfy all constraints%s; "
+             "first failed: %s"
              % (where, ", ".join(hidden[:8]) + (", ..." if len(hidden) > 8 else ""),
                 " with the announced objective %d" % fixed_objective
-                if fixed_objective is not None else ""))
+                if fixed_objective is not None else "", extension.culprit))
     return full
 
 
