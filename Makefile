@@ -7,7 +7,7 @@
 #   make bench       micro-benchmarks (bench/micro) in build-bench/
 BUILD    ?= build
 JOBS     ?= $(shell nproc 2>/dev/null || echo 2)
-PACKAGES := g++ cmake make libboost-dev libxml2-dev bison flex libgtest-dev googletest libbenchmark-dev clasp
+PACKAGES := g++ cmake make libboost-dev libxml2-dev bison flex libgtest-dev googletest libbenchmark-dev clasp flatzinc
 
 .PHONY: deps build demo check sanitize bench clean
 
