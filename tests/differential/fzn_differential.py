@@ -355,7 +355,7 @@ def gen_interval(g):
 
 
 GENERATORS = [(gen_compare, 0.2), (gen_bool, 0.15), (gen_linear, 0.15), (gen_arith, 0.18),
-              (gen_element, 0.1), (gen_alldiff, 0.07), (gen_table, 0.08), (gen_interval, 0.07)]
+              (gen_element, 0.1), (gen_alldiff, 0.07), (gen_table, 0.08), (gen_interval, 0.035)]
 
 
 def generate(seed):
@@ -478,10 +478,26 @@ def check_checker(path, out, label):
 
 
 def test_model(seed, g, args, tmpdir):
-    """(problems, refusal reason or None, runs)."""
-    zpath = os.path.join(tmpdir, "s%d.fzn" % seed)
-    gpath = os.path.join(tmpdir, "s%d.gecode.fzn" % seed)
-    ztext, gtext = model_text(g), model_text(g, gecode=True)
+    """(problems, refusal reason or None, runs, Gecode's status)."""
+    return test_texts("s%d" % seed, seed, model_text(g), model_text(g, gecode=True),
+                      g.objective, args, tmpdir)
+
+
+def test_case(path, args, tmpdir):
+    """A model kept under fzn_cases/: a fault found here once, compared in the same way."""
+    with open(path) as f:
+        ztext = f.read()
+    model = fzn_checker.read_model(ztext)
+    objective = (model.objective[0][1], model.objective[1]) if model.objective else None
+    gtext = ztext.replace("zelk_table_int(", "gecode_table_int(").replace(
+        "zelk_table_bool(", "gecode_table_bool(")
+    tag = os.path.splitext(os.path.basename(path))[0]
+    return test_texts(tag, 1, ztext, gtext, objective, args, tmpdir)
+
+
+def test_texts(tag, seed, ztext, gtext, objective, args, tmpdir):
+    zpath = os.path.join(tmpdir, "%s.fzn" % tag)
+    gpath = os.path.join(tmpdir, "%s.gecode.fzn" % tag)
     with open(zpath, "w") as f:
         f.write(ztext)
     with open(gpath, "w") as f:
@@ -491,11 +507,11 @@ def test_model(seed, g, args, tmpdir):
     if gp is None or gp.returncode != 0:
         return ["gecode failed: %s" % (gp.stderr.strip()[:300] if gp else "timeout")], None, 0, \
             "NONE"
-    gstatus, gopt, _, _ = parse_answer(gp.stdout, g.objective)
+    gstatus, gopt, _, _ = parse_answer(gp.stdout, objective)
     if gstatus == "ALL":
         gstatus = "SAT"
     gsols = None
-    if not g.objective and gstatus == "SAT":
+    if not objective and gstatus == "SAT":
         ga = run([args.gecode, "-a"], gpath)
         if ga is not None and ga.returncode == 0:
             _, _, sols, _ = parse_answer(ga.stdout, None)
@@ -519,7 +535,7 @@ def test_model(seed, g, args, tmpdir):
             problems.append("zelk %s: exit status %d, stderr %r, output tail %r"
                             % (label, p.returncode, p.stderr[-300:], p.stdout[-300:]))
             continue
-        status, opt, sols, reason = parse_answer(p.stdout, g.objective)
+        status, opt, sols, reason = parse_answer(p.stdout, objective)
         if status == "REFUSED":
             return problems, reason, runs, gstatus
         if sols:
@@ -572,6 +588,8 @@ def main():
     ap.add_argument("--seed", type=int, default=None, help="one seed only")
     ap.add_argument("--jobs", type=int, default=2)
     ap.add_argument("--show", action="store_true", help="print each model")
+    ap.add_argument("--cases", default=os.path.join(HERE, "fzn_cases"),
+                    help="folder of kept models, each run before the random ones")
     args = ap.parse_args()
     args.zelk = os.path.abspath(args.zelk)
     if shutil.which(args.gecode) is None:
@@ -586,7 +604,7 @@ def main():
     t0 = time.monotonic()
     tmpdir = tempfile.mkdtemp(prefix="fzn_differential.")
     failures = []
-    refused = runs = 0
+    refused = runs = failed_cases = 0
     reasons = collections.Counter()
     statuses = collections.Counter()
     try:
@@ -596,6 +614,18 @@ def main():
                 print("---- seed %d\n%s" % (seed, model_text(g)), end="")
             return (seed, g) + test_model(seed, g, args, tmpdir)
 
+        cases = sorted(os.path.join(args.cases, f) for f in os.listdir(args.cases)
+                       if f.endswith(".fzn")) if os.path.isdir(args.cases) else []
+        if args.seed is not None:
+            cases = []
+        for path in cases:
+            problems, reason, n, _ = test_case(path, args, tmpdir)
+            runs += n
+            print("%s case %s%s" % ("FAIL" if problems else "ok  ", os.path.basename(path),
+                                    " (refused: %s)" % reason if reason else ""))
+            for p in problems:
+                print("  " + p)
+            failed_cases += bool(problems)
         with ThreadPoolExecutor(max(1, args.jobs)) as pool:
             for seed, g, problems, reason, n, gstatus in pool.map(one, seeds):
                 runs += n
@@ -624,8 +654,10 @@ def main():
     too_many = refused > MAX_REFUSED_SHARE * len(seeds)
     if too_many:
         print("FAIL: more than a quarter of the models refused")
-    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures)))
-    return 1 if failures or too_many else 0
+    if failed_cases:
+        print("%d kept case(s) of %s failed" % (failed_cases, args.cases))
+    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures) + failed_cases))
+    return 1 if failures or failed_cases or too_many else 0
 
 
 if __name__ == "__main__":
