@@ -694,9 +694,77 @@ def check(model_text, output_text):
              ", last objective %d" % previous if previous is not None else ""))
 
 
+SELF_TEST_MODEL = """
+predicate zelk_table_int(array [int] of var int: x, array [int] of int: t);
+array [1..3] of int: T = [5, 7, 9];
+var 1..3: i :: output_var;
+var {5, 7, 9}: v :: output_var;
+var bool: b :: output_var;
+var 0..4: h;
+var 0..9: w :: output_var = h;
+array [1..2] of var 0..9: A :: output_array([1..2]) = [h, 3];
+var 0..20: s :: var_is_introduced :: is_defined_var;
+constraint array_int_element(i, T, v);
+constraint int_le_reif(i, 1, b);
+constraint int_plus(i, h, s) :: defines_var(s);
+constraint int_lin_le([1, 1], [s, v], 13);
+constraint zelk_table_int([i, h], [1, 2, 2, 2, 3, 1, 1, 4]);
+solve maximize s;
+"""
+
+
+def self_test():
+    """Plants faults in a right answer: each must be refused, the answer itself not.
+    The answer: i=1 v=5 b=true h=w=2 (s=3), then i=1 h=w=4 (s=5)."""
+    first = "i = 1;\nv = 5;\nb = true;\nw = 2;\nA = array1d(1..2, [2, 3]);\n----------\n"
+    best = "i = 1;\nv = 5;\nb = true;\nw = 4;\nA = array1d(1..2, [4, 3]);\n----------\n"
+    zelk = ("% best result so far:\n% previous objective 3\n" + first +
+            "% previous objective 5\n" + best + "==========\n")
+    good = [zelk, first + best + "==========\n", "=====UNSATISFIABLE=====\n",
+            "=====UNKNOWN=====\n", best]
+    bad = [
+        ("domain", best.replace("v = 5", "v = 6")),
+        ("element", best.replace("v = 5", "v = 7")),
+        ("reified", best.replace("b = true", "b = false")),
+        ("Boolean text", best.replace("b = true", "b = 1")),
+        ("alias", best.replace("w = 4", "w = 3")),
+        ("array element", best.replace("[4, 3]", "[4, 4]")),
+        ("array dimensions", best.replace("1..2, [4, 3]", "1..3, [4, 3]")),
+        ("no extension", first.replace("w = 2", "w = 3").replace("[2, 3]", "[3, 3]")),
+        ("missing output", best.replace("b = true;\n", "")),
+        ("printed twice", best.replace("b = true;\n", "b = true;\nb = true;\n")),
+        ("not an output", best.replace("i = 1;\n", "i = 1;\nh = 4;\n")),
+        ("worse objective", best + first),
+        ("announced value", zelk.replace("objective 5", "objective 6")),
+        ("unterminated", best[:-len("----------\n")]),
+        ("after a status", best + "==========\n" + first),
+        ("UNSAT after a solution", best + "=====UNSATISFIABLE=====\n"),
+        ("no status", ""),
+    ]
+    failures = 0
+    for k, out in enumerate(good):
+        try:
+            check(SELF_TEST_MODEL, out)
+        except CheckError as e:
+            print("self-test: right answer %d refused: %s" % (k, e))
+            failures += 1
+    for label, out in bad:
+        try:
+            check(SELF_TEST_MODEL, out)
+            print("self-test: fault not found: %s" % label)
+            failures += 1
+        except CheckError:
+            pass
+    print("self-test: %d of %d cases failed" % (failures, len(good) + len(bad)))
+    return 1 if failures else 0
+
+
 def main():
+    if sys.argv[1:] == ["--self-test"]:
+        return self_test()
     if len(sys.argv) != 2:
         print("usage: fzn_checker.py MODEL.fzn < solver_output")
+        print("       fzn_checker.py --self-test")
         return 2
     try:
         with open(sys.argv[1]) as f:
