@@ -43,7 +43,7 @@ CHECKER = os.path.join(HERE, "..", "tools", "fzn_checker.py")
 sys.path.insert(0, os.path.join(HERE, "..", "tools"))
 import fzn_checker  # noqa: E402  (the oracle of a disagreement)
 
-OPTION_SETS = [[], ["-m"], ["-j", "0"], ["-r", "0"], ["-D"], ["-a"]]
+OPTION_SETS = [[], ["-m"], ["-j", "0"], ["-r", "0"], ["-D"], ["-a", "-a"]]   # -a twice: no all-different detection
 MAX_ENUMERATED = 300
 RUN_TIMEOUT = 30.0
 MAX_REFUSED_SHARE = 0.25

@@ -760,6 +760,7 @@ def self_test():
 
 
 def main():
+    sys.setrecursionlimit(20000)   # the search over unprinted variables goes one level each
     if sys.argv[1:] == ["--self-test"]:
         return self_test()
     if len(sys.argv) != 2:
