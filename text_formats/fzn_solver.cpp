@@ -1,6 +1,7 @@
 #include "text_formats/fzn_solver.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <ostream>
 #include <stdexcept>
@@ -25,6 +26,11 @@ fzn_solver::fzn_solver(std::istream& in, const std::string& name, const zelk_fla
   objective_prefix = "% previous objective";
   context.detect_all_different = flags.global_all_different != 0;
   register_constraint_types();
+  // A file that could not be opened is no empty model, which would be satisfiable.
+  if (in.fail() && !in.eof()) {
+    std::cerr << name << ": can't read the input" << std::endl;
+    throw std::runtime_error(name + ": Parsing failed");
+  }
   yy::fzn_parser parser(context);
   flags.apply(*this);
   parser.set_debug_stream(std::cout);
@@ -180,6 +186,31 @@ bool count_is(std::ostream& out, const position_point& where, const argument_vec
   return false;
 }
 
+// The largest value of a tree that is a variable or a constant; 31 otherwise.
+int largest_value(const parser_context& context, const tree& t) {
+  if (t->getType() == xml::CST_INT) return static_cast<const xml::ASTInteger&>(*t).val;
+  if (t->getType() == xml::VAR) {
+    const iset d = context.solver->stack().domain(unsigned(static_cast<const xml::ASTVar&>(*t).id));
+    return d.empty() ? 0 : d.max();
+  }
+  return small_iset::MAX_DOMAIN;
+}
+
+bool sum_fits(const parser_context& context, const tree& a, const tree& b) {
+  return (long long)largest_value(context, a) + largest_value(context, b) <=
+         small_iset::MAX_DOMAIN;
+}
+
+// terms[0] + terms[1] = terms[2] as two weighted sums.
+void post_linear_sum(parser_context& context, const std::vector<var_or_value>& terms) {
+  std::vector<int> coefficients{1, 1, -1};
+  std::vector<unsigned int> vars;
+  for (const var_or_value& v : terms) vars.push_back(v.to_id(context));
+  lin_constraint_type::make_unique_vars(context, coefficients, vars);
+  context.builder.instantiate_weighted_sum(coefficients, vars, false, 0);
+  context.builder.instantiate_weighted_sum(coefficients, vars, true, 0);
+}
+
 }  // namespace
 
 bool binary_constraint_type::connect_constraint(std::ostream& out, const position_point& where,
@@ -273,6 +304,10 @@ void plus_constraint_type::connect3(parser_context& context, tree& a, tree& b, t
     result = node<xml::FunctionSub>(std::move(c), std::move(b));
   else if (is_defined_var(b, defined))
     result = node<xml::FunctionSub>(std::move(c), std::move(a));
+  else if (!sum_fits(context, a, b))
+    // a + b can pass 31 on the way to c, which the builder refuses as a tree; as a
+    // linear equation a + b - c = 0 it is exact.
+    post_linear_sum(context, {context.from_ast(*a), context.from_ast(*b), context.from_ast(*c)});
   else
     require(context,
             node<xml::FunctionEQ>(node<xml::FunctionAdd>(std::move(a), std::move(b)), std::move(c)));
@@ -611,6 +646,9 @@ bool lin_constraint_type::connect_constraint(std::ostream& out, const position_p
   if (!is_reif() && direction != 2)
     return instantiate_weighted_sum(out, where, context, coefficients->values, variables->values,
                                     constant->value);
+  if (!fits_in_domain(context, coefficients->values, variables->values))
+    return instantiate_big_m(out, where, context, coefficients->values, variables->values,
+                             constant->value, reified);
   tree sum;
   for (std::size_t i = 0; i < variables->values.size(); ++i) {
     tree term = node<xml::FunctionMul>(plain_tree(coefficients->values[i]),
@@ -627,6 +665,100 @@ bool lin_constraint_type::connect_constraint(std::ostream& out, const position_p
     comparison = node<xml::FunctionNE>(std::move(sum), plain_tree(constant->value));
   if (reified) comparison = node<xml::FunctionEQ>(plain_tree(reified->value), std::move(comparison));
   require(context, comparison);
+  return true;
+}
+
+bool lin_constraint_type::fits_in_domain(const parser_context& context,
+                                         const std::vector<var_or_value>& coefficients,
+                                         const std::vector<var_or_value>& variables) {
+  long long most = 0;
+  for (std::size_t i = 0; i < variables.size(); ++i) {
+    if (!coefficients[i].is_constant()) return true;  // the tree reports it
+    const iset d = context.domain(variables[i]);
+    if (d.empty()) continue;
+    const long long k = coefficients[i].value;
+    most += k > 0 ? k * d.max() : 0;
+    if (k < 0) return true;
+  }
+  return most <= small_iset::MAX_DOMAIN;
+}
+
+// The sum as a tree can pass 31, which the builder refuses; two weighted sums with
+// a large enough constant M state the same exactly, guarded by the reification
+// variable r (when there is one) and, for a disequality, by a free choice b of the
+// side: sum <= c - 1 + M*b and sum >= c + 1 - M*(1 - b).
+bool lin_constraint_type::instantiate_big_m(std::ostream& out, const position_point& where,
+                                            parser_context& context,
+                                            const std::vector<var_or_value>& coefficients,
+                                            const std::vector<var_or_value>& variables,
+                                            var_or_value constant,
+                                            const parser_context::var_argument* reified) const {
+  std::vector<int> c;
+  long long most = 0;
+  for (std::size_t i = 0; i < coefficients.size(); ++i) {
+    if (!coefficients[i].is_constant()) {
+      out << where << ": first argument should be a list of int but got "
+          << context.var_name(coefficients[i].id) << "\n";
+      return false;
+    }
+    c.push_back(coefficients[i].value);
+    const iset d = context.domain(variables[i]);
+    if (!d.empty()) most += (long long)std::abs(c.back()) * d.max();
+  }
+  if (!constant.is_constant()) {
+    out << where << ": last argument should be an int but got " << context.var_name(constant.id)
+        << "\n";
+    return false;
+  }
+  const long long big = most + 64, k = constant.value;
+  std::vector<unsigned int> vars;
+  for (const var_or_value& v : variables) vars.push_back(v.to_id(context));
+  // guard g: 1 when the comparison must hold (no reification: the constant 1), and
+  // for a disequality of the reified kind the statement holds when g is 0.
+  const unsigned int r = reified ? reified->value.to_id(context) : context.singleton_var(1, false);
+  const auto post = [&](std::vector<std::pair<unsigned int, long long>> extra, bool is_ge,
+                        long long limit) {
+    std::vector<int> cc(c);
+    std::vector<unsigned int> vv(vars);
+    for (const auto& [v, k2] : extra) {
+      vv.push_back(v);
+      cc.push_back(int(k2));
+    }
+    make_unique_vars(context, cc, vv);
+    context.builder.instantiate_weighted_sum(cc, vv, is_ge, limit);
+  };
+  const auto equal_when = [&](unsigned int g, bool when_one) {
+    // when_one: g = 1 forces sum = k; otherwise g = 0 forces it.
+    if (when_one) {
+      post({{g, big}}, false, k + big);   // sum + M g <= k + M
+      post({{g, -big}}, true, k - big);   // sum - M g >= k - M
+    } else {
+      post({{g, -big}}, false, k);        // sum - M g <= k
+      post({{g, big}}, true, k);          // sum + M g >= k
+    }
+  };
+  const auto differ_when = [&](unsigned int g, bool when_one) {
+    const unsigned int b = context.builder.add_auxiliary_var("lin_side", context.solver->num_variables(),
+                                                             iset::clipped_range(0, 1));
+    // sum <= k - 1 + M b (+ M when g is off), sum >= k + 1 - M (1 - b) (- M when g is off)
+    if (when_one) {
+      post({{b, -big}, {g, big}}, false, k - 1 + big);
+      post({{b, -big}, {g, -big}}, true, k + 1 - 2 * big);
+    } else {
+      post({{b, -big}, {g, -big}}, false, k - 1);
+      post({{b, -big}, {g, big}}, true, k + 1 - big);
+    }
+  };
+  if (direction == 0) {
+    equal_when(r, true);
+    if (reified) differ_when(r, false);
+  } else if (direction == 1) {
+    post({{r, big}}, false, k + big);     // r = 1: sum <= k
+    if (reified) post({{r, big}}, true, k + 1);  // r = 0: sum >= k + 1
+  } else {
+    differ_when(r, true);
+    if (reified) equal_when(r, false);
+  }
   return true;
 }
 

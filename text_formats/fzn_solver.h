@@ -143,6 +143,14 @@ class lin_constraint_type : public constraint_type {
                                std::vector<unsigned int>& variables);
 
  private:
+  static bool fits_in_domain(const parser_context& context,
+                             const std::vector<parser_context::var_or_value>& coefficients,
+                             const std::vector<parser_context::var_or_value>& variables);
+  bool instantiate_big_m(std::ostream& out, const position_point& where, parser_context& context,
+                         const std::vector<parser_context::var_or_value>& coefficients,
+                         const std::vector<parser_context::var_or_value>& variables,
+                         parser_context::var_or_value constant,
+                         const parser_context::var_argument* reified) const;
   argument_vector from_ast(parser_context& context, const argument_vector& args) const;
   bool instantiate_weighted_sum(std::ostream& out, const position_point& where,
                                 parser_context& context,

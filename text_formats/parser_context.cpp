@@ -499,12 +499,12 @@ bool parser_context::instantiate_var_define(std::ostream& out, unsigned int id,
     if (!instantiate_postponed(out, *definition, &symbol, ast)) return false;
     if (ast) {
       symbol.expression = std::shared_ptr<AST>(deep_copy(*ast));
-      // A cycle of definitions came back to this symbol and used its variable:
-      // that variable must then equal the expression, or it would stay free.
-      if (m_used_in_cycle.erase(id) != 0) connect_expr(id, *ast, AST_builder::usage_exact);
+      // The variable keeps its declared domain, which the compiler may have cut
+      // below what the expression reaches, and a cycle of definitions may have
+      // used the variable itself: so it equals the expression. Later copies of the
+      // expression meet it again as a common subexpression.
+      connect_expr(id, *ast, AST_builder::usage_exact);
     }
-  } else if (symbol.definition) {
-    m_used_in_cycle.insert(id);
   }
   return true;
 }
@@ -637,6 +637,16 @@ bool parser_context::create_constraints(std::ostream& out) {
     std::unique_ptr<AST> result;
     if (!instantiate_postponed(out, *postponed[i], nullptr, result)) return false;
     if (result) connect_expr(singleton_var(1, false), *result, AST_builder::usage_exact);
+  }
+  // A definition that no constraint reached still ties its variable: left free,
+  // the variable would take every value of its domain in an enumeration of
+  // solutions, each one printing the same.
+  for (auto& [name, symbol] : symbols) {
+    if (!symbol.is_intermediate || !symbol.definition || symbol.definition->visits != 0 ||
+        symbol.values.empty() || symbol.values[0].is_constant())
+      continue;
+    std::unique_ptr<AST> ast;
+    if (!instantiate_var_define(out, symbol.values[0].id, ast)) return false;
   }
   if (detect_all_different) builder.detect_all_diff();
   builder.connectivity().create_all_constraints();

@@ -13,7 +13,6 @@
 #include <iosfwd>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -283,8 +282,6 @@ class parser_context {
   void print_value(std::ostream& out, const symbol_info& symbol, const var_or_set& v) const;
   // A declared constant outside its domain has no solution: the model is marked
   // unsatisfiable instead of keeping a value the declaration forbids.
-  // Intermediate variables reached again while their own definition was being built.
-  std::set<unsigned int> m_used_in_cycle;
   void refuse_constant_outside(std::ostream& out, const position_point& where,
                                const std::string& name, int value, small_model::iset domain);
 };
