@@ -102,7 +102,7 @@ class Gen:
             lo, hi = 0, 31
         r = rng.random()
         if r < 0.6:
-            ref = self.intermediate("%d..%d" % (lo, hi + rng.randint(0, 2) if hi < 31 else hi))
+            ref = self.intermediate("%d..%d" % (lo, min(31, hi + rng.randint(0, 2))))
             self.ints[ref] = (lo, hi)
             return ref, ref
         if r < 0.65:
