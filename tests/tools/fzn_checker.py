@@ -153,6 +153,8 @@ def parse_set(toks):
             values.update(range(a, parse_int(toks) + 1))
         elif toks.accept(":"):
             step = int_text(toks.take()[1])
+            if not toks.accept(":"):
+                fail("line %d: expected ':' in from:step:to" % toks.peek()[2])
             last = parse_int(toks)
             if step <= 0 or last < a or (last - a) % step:
                 fail("line %d: bad from:step:to" % toks.peek()[2])
