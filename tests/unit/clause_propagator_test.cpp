@@ -22,7 +22,12 @@ void check_clause(const clause_propagator& c, const domain_list& before, const r
   const domain_list& literals = c.literals();
   check_outcome(before, {r, view.domains()}, clause_relation(literals), DOMAIN_CONSISTENT, context);
   unsigned live = 0;
-  for (unsigned i = 0; i < literals.size(); ++i) live += view.domain(i).intersects(literals[i]);
+  for (unsigned i = 0; i < literals.size(); ++i) {
+    live += view.domain(i).intersects(literals[i]);
+    // Conflict analysis collects a parameter whose literal can still become false.
+    const iset m = view.domain(i) & literals[i];
+    EXPECT_EQ(c.potentially_falsifying(view, i), !m.empty() && m != view.domain(i)) << context;
+  }
   EXPECT_FALSE(r == propagation_types::CONSISTENT && live < 2) << context << ": unit but CONSISTENT";
   EXPECT_EQ(c.count_watches(), view.value_watches.size()) << context;
   if (querying || r != propagation_types::CONSISTENT) return;
