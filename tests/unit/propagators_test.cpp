@@ -854,6 +854,10 @@ TEST(all_different, thirty_two_parameters_fit_and_thirty_three_fail) {
   constraint_propagator::literal_vector explanation;
   p33.explain_propagation(0, iset::full(), iset(), many, explanation);
   EXPECT_EQ(explanation, domain_list(33, iset()));
+  // An empty parameter beside big ones: no small value is left for the pseudo-parameter.
+  constraint_explicit_info lone = make_view(sets("- 0:31 0:31"));
+  EXPECT_TRUE(all_different_propagator(3).conflicts(lone));
+  EXPECT_EQ(all_different_propagator(3).propagate(lone), propagation_types::UNSAT);
   recording_info queued(domain_list(40, iset::full()), constraint_runtime_info::VARIABLE_QUEUE);
   EXPECT_EQ(all_different_propagator(40).propagate(queued), propagation_types::POSTPONE);
 }
