@@ -13,10 +13,12 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "impl/all_different_propagator.h"
 #include "impl/arithmetic_propagators.h"
 #include "impl/clause_propagator.h"
 #include "impl/comparison_propagators.h"
 #include "impl/disjoint_propagation_algo.h"
+#include "impl/interval_propagators.h"
 #include "impl/neq_propagators.h"
 #include "impl/solver.h"
 #include "xcsp/AST.h"
@@ -32,13 +34,6 @@ namespace {
 const iset BOOLEAN = iset::clipped_range(0, 1);
 const iset EMPTY;
 
-//==== stand-ins ===============================================================
-// Constraints whose propagators are still to come. Each refuses the model with the
-// name of what is missing; when the propagator lands, its one line changes here.
-
-[[noreturn]] void missing(const std::string& what) {
-  throw AST_builder::unsupported("Unsupported constraint: " + what + " has no propagator yet");
-}
 // The power is posted strictly over 0..31 and the tree's is that of the integers:
 // they agree only when no base and exponent of the domains give more than 31.
 void post_pow(solver& s, const std::vector<unsigned int>& params) {
@@ -47,21 +42,6 @@ void post_pow(solver& s, const std::vector<unsigned int>& params) {
       pow_propagator::evaluate(base.max(), exponent.max()) > small_iset::MAX_DOMAIN)
     throw AST_builder::unsupported("Unsupported: a power can leave 0..31");
   add_constraint_on_distinct(s, std::make_unique<pow_propagator>(), params);
-}
-void post_all_different(solver&, const std::vector<unsigned int>&) {
-  missing("all_different (all_different_propagator)");
-}
-// The global half of a model's own all-different: left out until the propagator
-// exists, the pairwise disequalities alone are exact.
-void post_all_different_beside_disequalities(solver&, const std::vector<unsigned int>&) {}
-void post_no_overlap(solver&, int, int, unsigned int, unsigned int) {
-  missing("!overlap (no_overlap_propagator)");
-}
-void post_sub_interval(solver&, int, int, unsigned int, unsigned int) {
-  missing("sub_interval (sub_interval_propagator)");
-}
-void post_no_sub_interval(solver&, int, int, int, unsigned int, unsigned int) {
-  missing("!sub_interval (no_sub_interval_propagator)");
 }
 
 // The result, then the arguments; a repeated argument gets an equal copy.
@@ -107,6 +87,34 @@ class solver_var_values : public xml::VariableValuation {
 };
 
 }  // namespace
+
+//==== global constraints posted directly =========================================
+
+// A variable named twice gets an equal copy (add_constraint_on_distinct), so that
+// each parameter stands for a variable of its own: an all-different over it then
+// fails, and the interval propagators see one value on both sides.
+void post_all_different(solver& s, const std::vector<unsigned int>& vars) {
+  add_constraint_on_distinct(s, std::make_unique<all_different_propagator>(unsigned(vars.size())),
+                             vars);
+}
+
+void post_no_overlap(solver& s, int first_length, int second_length, unsigned int x0,
+                     unsigned int x1) {
+  // A length below 0 would wrap to a huge unsigned one and forbid both orders.
+  if (first_length < 0 || second_length < 0)
+    throw AST_builder::unsupported("Unsupported: a negative length in !overlap(...)");
+  add_constraint_on_distinct(
+      s, std::make_unique<no_overlap_propagator>(unsigned(first_length), unsigned(second_length)),
+      {x0, x1});
+}
+
+void post_sub_interval(solver& s, int a, int b, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<sub_interval_propagator>(a, b), {x, y});
+}
+
+void post_no_sub_interval(solver& s, int a, int b, int k, unsigned int x, unsigned int y) {
+  add_constraint_on_distinct(s, std::make_unique<no_sub_interval_propagator>(a, b, k), {x, y});
+}
 
 //==== basics ==================================================================
 
@@ -932,8 +940,13 @@ void AST_builder::connect_sub_interval(unsigned int result,
     throw unsupported(
         "Need constant arguments const_from2,const_to2,k for "
         "sub_interval(from1,to1,const_from2,const_to2[,k])");
+  // An offset whose variable has no value left: no interval satisfies the predicate.
+  if (args.size() > 4 && domain(args[4]).empty()) {
+    mark_unsat();
+    return;
+  }
   const int from2 = domain(args[2]).min(), to2 = domain(args[3]).min();
-  const int k = args.size() > 4 && !domain(args[4]).empty() ? domain(args[4]).min() : 0;
+  const int k = args.size() > 4 ? domain(args[4]).min() : 0;
   if (r.min() != 0)
     post_sub_interval(m_solver, from2, to2, args[0], args[1]);
   else
@@ -942,13 +955,15 @@ void AST_builder::connect_sub_interval(unsigned int result,
 
 void AST_builder::connect_all_diff(const std::vector<unsigned int>& vars, bool print_prefix) {
   post_all_different(m_solver, vars);
-  if (print_prefix) std::cout << "\n" << m_solver.comment_prefix;
-  std::cout << "deduced all_different(";
+  // One whole comment line per constraint. The first ends the line the driver left
+  // open ("Constructing <file> "); each leaves the cursor at the start of a line.
+  if (print_prefix) std::cout << "\n";
+  std::cout << m_solver.comment_prefix << " deduced all_different(";
   for (std::size_t i = 0; i < vars.size(); ++i) {
     if (i) std::cout << ",";
     std::cout << m_solver.stack().var_name(vars[i]);
   }
-  std::cout << ")\n" << m_solver.comment_prefix;
+  std::cout << ")\n";
 }
 
 void AST_builder::connect_parity(const std::vector<unsigned int>& vars, bool parity) {
@@ -1016,15 +1031,19 @@ void AST_builder::instantiate_weighted_sum(const std::vector<int>& coefficients,
 }
 
 void AST_builder::instantiate_all_different(const std::vector<unsigned int>& vars) {
-  for (std::size_t i = 1; i < vars.size(); ++i)
-    for (std::size_t j = 0; j < i; ++j) {
-      if (vars[i] == vars[j]) {
-        mark_unsat();
-        continue;
+  // Up to 31 variables, the disequalities propagate at once and the global
+  // constraint (from 4 on) finds the Hall sets behind them; from 32 on, the global
+  // constraint alone, which fails past 32.
+  if (vars.size() < 32)
+    for (std::size_t i = 1; i < vars.size(); ++i)
+      for (std::size_t j = 0; j < i; ++j) {
+        if (vars[i] == vars[j]) {
+          mark_unsat();
+          continue;
+        }
+        m_solver.add_constraint(std::make_unique<neq_propagator>()) << vars[i] << vars[j];
       }
-      m_solver.add_constraint(std::make_unique<neq_propagator>()) << vars[i] << vars[j];
-    }
-  if (vars.size() >= 4) post_all_different_beside_disequalities(m_solver, vars);
+  if (vars.size() >= 4) post_all_different(m_solver, vars);
 }
 
 void AST_builder::detect_all_diff() {

@@ -186,6 +186,18 @@ class AST_builder {
   std::map<std::pair<unsigned int, unsigned int>, unsigned int> m_abs_differences;
 };
 
+// The global constraints as the model layers post them, on solver variables.
+// A variable named twice in an all-different makes it fail.
+void post_all_different(solver& s, const std::vector<unsigned int>& vars);
+// x0 + first_length <= x1, or x1 + second_length <= x0; negative lengths are
+// refused as unsupported.
+void post_no_overlap(solver& s, int first_length, int second_length, unsigned int x0,
+                     unsigned int x1);
+// x > y, or a <= x and y <= b.
+void post_sub_interval(solver& s, int a, int b, unsigned int x, unsigned int y);
+// x <= y - k, and x < a or y - k > b.
+void post_no_sub_interval(solver& s, int a, int b, int k, unsigned int x, unsigned int y);
+
 }  // namespace zelk
 
 #endif

@@ -14,6 +14,7 @@
 #include "impl/constraint_explicit_info.h"
 #include "impl/disjoint_propagation_algo.h"
 #include "impl/disjunction_specification.h"
+#include "impl/interval_propagators.h"
 #include "impl/neq_propagators.h"
 #include "impl/sliced_runtime_info.h"
 
@@ -340,10 +341,20 @@ bool difference_ge_propagator::combine_middle_pivot(const disjunction_specificat
     result.add_constraint_param(right.constraint_var(1));
     return true;
   }
-  // The plain sum would lose the conflict; keeping the pivot as a literal needs a
-  // no-sub-interval base constraint, and without one the learner falls back on an
-  // explanation clause.
-  return false;
+  // The plain sum would lose the conflict, so the pivot stays as a literal: any
+  // solution of both with p outside c1 + lo .. hi - c0 has z below lo or a above hi.
+  if (sum < INT_MIN) return false;
+  const long long low = std::max(lo + right_constant, 0LL);
+  const long long high = std::min(hi - m_constant, 31LL);
+  if (low <= high && low <= 31 && high >= 0)
+    result.add_literal(left.constraint_var(1), iset::clipped_range(low, high));
+  if (hi - sum > 31) return false;
+  // a - z >= sum, and not both z >= lo and a <= hi.
+  result.own_constraint(
+      std::make_unique<no_sub_interval_propagator>(int(lo), int(hi - sum), int(sum)));
+  result.add_constraint_param(right.constraint_var(1));
+  result.add_constraint_param(left.constraint_var(0));
+  return true;
 }
 
 std::unique_ptr<constraint_propagator> difference_ge_propagator::new_propagator(

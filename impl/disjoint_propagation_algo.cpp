@@ -142,6 +142,7 @@ template class disjoint_propagation_algo<equal_propagator, clause_propagation_al
 template class disjoint_propagation_algo<difference_ge_propagator, clause_propagation_algo>;
 template class disjoint_propagation_algo<linear_combination_ge_propagator,
                                          clause_propagation_algo>;
+template class disjoint_propagation_algo<no_sub_interval_propagator, clause_propagation_algo>;
 
 //==== difference_ge_or_clause_propagator =========================================
 

@@ -6,10 +6,10 @@
 // clause can't hold; the clause propagates for real only when A can't hold. An
 // undecided disjunction thus costs no change to the assignment stack.
 //
-// Instances: A one of equal_propagator, difference_ge_propagator and
-// linear_combination_ge_propagator, B clause_propagation_algo. They are the
-// results of combination (impl/disjunction_specification.h), whose clause
-// literals are filled before init.
+// Instances: A one of equal_propagator, difference_ge_propagator,
+// linear_combination_ge_propagator and no_sub_interval_propagator, B
+// clause_propagation_algo. They are the results of combination
+// (impl/disjunction_specification.h), whose clause literals are filled before init.
 #ifndef ZELK_IMPL_DISJOINT_PROPAGATION_ALGO_H
 #define ZELK_IMPL_DISJOINT_PROPAGATION_ALGO_H
 
@@ -23,6 +23,7 @@
 #include "impl/comparison_propagators.h"
 #include "impl/constraint_propagator.h"
 #include "impl/constraint_runtime_info.h"
+#include "impl/interval_propagators.h"
 #include "impl/small_iset.h"
 
 namespace zelk {
@@ -124,6 +125,8 @@ class difference_ge_or_clause_propagator
 extern template class disjoint_propagation_algo<equal_propagator, clause_propagation_algo>;
 extern template class disjoint_propagation_algo<difference_ge_propagator, clause_propagation_algo>;
 extern template class disjoint_propagation_algo<linear_combination_ge_propagator,
+                                                clause_propagation_algo>;
+extern template class disjoint_propagation_algo<no_sub_interval_propagator,
                                                 clause_propagation_algo>;
 
 }  // namespace zelk

@@ -480,8 +480,7 @@ bool xcsp_callbacks::maybe_set_objective(const std::vector<int>& coefficients,
 }
 
 void xcsp_callbacks::endConstraintsSection() {
-  // With m_detect_all_diff, m_builder.detect_all_diff() is called here once the all-different
-  // propagator exists.
+  if (m_detect_all_diff) m_builder.detect_all_diff();
   m_builder.connectivity().create_all_constraints();
 }
 
