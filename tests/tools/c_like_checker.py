@@ -5,12 +5,13 @@
 
 Reads the model with a parser of its own and every "v" line of the output (the
 declared variables in declaration order). Each model must give every variable a
-value of its declared domain and make every constraint true (non-zero). An "o"
+value of its declared domain and give every statement the value 1. An "o"
 line must equal the objective evaluated on the model printed after it. A status
 of SATISFIABLE or OPTIMUM FOUND without any model is an error.
 
-The meaning of the language, as written in docs/c-like.md: integers without
-bound; / truncates towards zero and % has the sign of the dividend, both give 0
+The meaning of the language, as written in docs/c-like.md: a statement holds
+when its value is 1 (so `x;` asks x = 1); integers without bound; any value but
+0 is true for !, &&, || and the condition of ?:; / truncates towards zero and % has the sign of the dividend, both give 0
 for a divisor of 0; pow(0, 0) is 0; comparisons and logical operators give 0 or
 1; only the branch of ?: that is taken is evaluated. Predicates: all_diff(x...)
 holds when the values differ pairwise; overlap(s1, l1, s2, l2) when the tasks
@@ -31,6 +32,7 @@ TOKEN = re.compile(r"""
   | (?P<oct>0[0-9a-fA-F]+)
   | (?P<dec>0|[1-9][0-9]*)
   | (?P<name>[A-Za-z_][A-Za-z0-9_]*)
+  | (?P<bad>\+\+|--)
   | (?P<op><=|>=|==|!=|&&|\|\||[-+*/%?:!<>{}(),;])
 """, re.X | re.S)
 
@@ -49,13 +51,15 @@ def tokenize(text):
         kind = m.lastgroup
         if kind == "skip":
             continue
+        if kind == "bad":
+            raise ModelError("operator %s is not in the language" % m.group())
         if kind == "hex":
-            tokens.append(("int", int(m.group(), 16)))
+            tokens.append(("num", int(m.group(), 16)))
         elif kind == "oct":
             digits = re.match(r"[0-7]*", m.group()[1:]).group()
-            tokens.append(("int", int(digits, 8) if digits else 0))
+            tokens.append(("num", int(digits, 8) if digits else 0))
         elif kind == "dec":
-            tokens.append(("int", int(m.group())))
+            tokens.append(("num", int(m.group())))
         elif kind == "name":
             word = m.group()
             tokens.append((word, word) if word in KEYWORDS else ("id", word))
@@ -129,7 +133,7 @@ class Parser:
             e = self.expression(0)
             self.take(")")
             return e
-        if kind == "int":
+        if kind == "num":
             return ("const", self.take())
         if kind in ("abs", "min", "max", "pow"):
             self.take()
@@ -186,8 +190,8 @@ class Parser:
     def signed(self):
         if self.peek() == "-":
             self.take()
-            return -self.take("int")
-        return self.take("int")
+            return -self.take("num")
+        return self.take("num")
 
 
 def parse_model(text):
@@ -298,8 +302,8 @@ def check(text, output):
                 if v not in domain:
                     problems.append("model %d: %s = %d is outside its domain" % (models, name, v))
             for i, c in enumerate(constraints):
-                if evaluate(c, values) == 0:
-                    problems.append("model %d: constraint %d is false" % (models, i + 1))
+                if evaluate(c, values) != 1:
+                    problems.append("model %d: statement %d doesn't hold" % (models, i + 1))
             if pending_o is not None and objective is not None:
                 value = evaluate(objective[1], values)
                 if value != pending_o:
