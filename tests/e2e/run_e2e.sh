@@ -25,7 +25,8 @@
 #
 # Every SAT answer of an OPB case is also checked by the independent checker
 # (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built, and every
-# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py.
+# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py, and
+# every model of a C-like case by tests/tools/c_like_checker.py.
 set -u
 zelk=$1
 dir=$2
@@ -117,6 +118,14 @@ for name in "${names[@]}"; do
     *.xml)
       checker=$here/../tools/xcsp_checker.py
       # -d prints its models with no status line: any value line is checked.
+      if grep -q -E '^(s (SATISFIABLE|OPTIMUM FOUND)|v( |$))' "$tmp/out"; then
+        if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
+          echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
+        fi
+      fi
+      ;;
+    *.c)
+      checker=$here/../tools/c_like_checker.py
       if grep -q -E '^(s (SATISFIABLE|OPTIMUM FOUND)|v( |$))' "$tmp/out"; then
         if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
           echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
