@@ -61,9 +61,9 @@ bool no_overlap_propagator::conflicts(const constraint_runtime_info& info) const
 }
 
 bool no_overlap_propagator::constraint_check(const constraint_runtime_info& info) const {
+  // Both orders: with a length of 0, two tasks at the same point may be in either.
   const long long x0 = info.domain(0).min(), x1 = info.domain(1).min();
-  if (x0 >= x1) return x1 + m_second_length <= x0;
-  return x0 + m_first_length <= x1;
+  return x0 + m_first_length <= x1 || x1 + m_second_length <= x0;
 }
 
 void no_overlap_propagator::print(std::ostream& os, const constraint_runtime_info* info) const {
@@ -135,8 +135,10 @@ void no_overlap_propagator::explain_propagation(unsigned int param, const iset& 
   }
   const iset removed = info.domain(param) - after, asked = removed & literal;
   // The removed values form one interval between the two orders: its hull (or the
-  // asked part's) against the other side's hull holds no solution.
-  (param == 0 ? a : b) = hull(asked.empty() ? iset::singleton(removed.min()) : asked);
+  // asked part's) against the other side's hull holds no solution. A literal that
+  // asks about none of them gets all of them, so that no removed value stays in
+  // the clause.
+  (param == 0 ? a : b) = hull(asked.empty() ? removed : asked);
   if (param == 0) {
     extend_first_min_for_reduction(b, m_second_length, a);
     extend_first_max_for_reduction(b, a, m_first_length);

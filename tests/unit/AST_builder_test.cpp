@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <random>
 #include <set>
@@ -15,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "impl/all_different_propagator.h"
 #include "impl/arithmetic_propagators.h"
 #include "impl/clause_propagator.h"
 #include "impl/neq_propagators.h"
@@ -521,12 +523,53 @@ TEST(AST_builder, parity) {
   EXPECT_EQ(t.solve(), (std::set<std::vector<int>>{{0, 1, 1}, {1, 0, 1}}));
 }
 
-TEST(AST_builder, predicates) {
+// Standard output of f, for the report lines of the builder.
+std::string printed_by(const std::function<void()>& f) {
+  std::ostringstream out;
+  std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+  try {
+    f();
+  } catch (...) {
+    std::cout.rdbuf(old);
+    throw;
+  }
+  std::cout.rdbuf(old);
+  return out.str();
+}
+
+std::vector<tree> vars_and_constants(std::initializer_list<int> ids) {  // below 0: the constant -id - 1
+  std::vector<tree> args;
+  for (int id : ids) args.push_back(id >= 0 ? V(id) : C(-id - 1));
+  return args;
+}
+
+// The predicates on their propagators, each against its meaning on every assignment.
+TEST(AST_builder, predicates_keep_exactly_their_solutions) {
+  const std::vector<iset> d{iset("0:9"), iset("0:9"), iset("0:3")};
+  const auto holds = [&](const char* name, std::initializer_list<int> ids, int result,
+                         const std::function<bool(const std::vector<int>&)>& meaning) {
+    model m(d);
+    m.b.connect_expr(m.vars, m.s.singleton_var(result), *predicate(name, vars_and_constants(ids)),
+                     AST_builder::usage_exact);
+    EXPECT_EQ(m.solve(), brute_force(d, meaning)) << name << " = " << result;
+  };
+  // !overlap(x, 2, y, 3): x + 2 <= y or y + 3 <= x.
+  holds("overlap", {0, -3, 1, -4}, 0, [](const std::vector<int>& v) { return v[0] + 2 <= v[1] || v[1] + 3 <= v[0]; });
+  // sub_interval(x, y, 2, 6): [x, y] is empty or inside [2, 6].
+  holds("sub_interval", {0, 1, -3, -7}, 1,
+        [](const std::vector<int>& v) { return v[0] > v[1] || (2 <= v[0] && v[1] <= 6); });
+  // !sub_interval(x, y, 2, 6, 2): [x, y - 2] is not empty and not inside [2, 6].
+  holds("sub_interval", {0, 1, -3, -7, -3}, 0,
+        [](const std::vector<int>& v) { return v[0] <= v[1] - 2 && (v[0] < 2 || v[1] - 2 > 6); });
+  holds("all_diff", {0, 1, 2}, 1, [](const std::vector<int>& v) { return v[0] != v[1] && v[1] != v[2] && v[0] != v[2]; });
+}
+
+TEST(AST_builder, predicates_refused_or_failing) {
   model m({iset("0:9"), iset("0:9"), iset("2")});
   std::vector<tree> args;
   for (int i = 0; i < 4; ++i) args.push_back(V(i % 3));
   // overlap that may hold, sub_interval with too many arguments for its negation,
-  // an unknown name, and all_diff without its propagator.
+  // an unknown name.
   EXPECT_THROW(m.b.connect_expr(m.vars, m.s.add_var(iset("0:1")), *predicate("overlap", std::move(args)),
                                 AST_builder::usage_exact),
                AST_builder::unsupported);
@@ -536,11 +579,37 @@ TEST(AST_builder, predicates) {
                                 AST_builder::usage_exact),
                AST_builder::unsupported);
   EXPECT_THROW(m.top(*predicate("cumulative", {})), AST_builder::unsupported);
-  std::vector<tree> three;
-  for (int i = 0; i < 3; ++i) three.push_back(V(i));
-  EXPECT_THROW(m.top(*predicate("all_diff", std::move(three))), AST_builder::unsupported);
+  // An offset variable with no value left: no interval fits, and nothing throws.
+  model k({iset("0:9"), iset("0:9"), iset()});
+  EXPECT_NO_THROW(k.b.connect_sub_interval(k.s.singleton_var(0),
+                                           {k.vars[0], k.vars[1], k.s.singleton_var(2), k.s.singleton_var(6), k.vars[2]}));
+  EXPECT_TRUE(k.b.is_marked_unsat());
+  // all_diff(x, x, y) can't hold: the repeated variable gets an equal copy.
+  model twice({iset("0:9"), iset("0:9")});
+  twice.top(*predicate("all_diff", vars_and_constants({0, 0, 1})));
+  EXPECT_TRUE(twice.solve().empty());
 }
 
+// Up to 31 variables: disequalities, and from 4 on the global constraint beside
+// them; from 32 on, the global constraint alone, which tells 32 apart and fails on 33.
+TEST(AST_builder, all_different_instantiation_by_size) {
+  const auto count = [](const solver& s, bool global) {
+    unsigned n = 0;
+    for (unsigned c = 0; c < s.num_constraints(); ++c)
+      n += (dynamic_cast<const all_different_propagator*>(s.propagator(c)) != nullptr) == global;
+    return n;
+  };
+  for (unsigned n : {3u, 4u, 31u, 32u, 33u}) {
+    model m(std::vector<iset>(n, iset::full()));
+    m.b.instantiate_all_different(m.vars);
+    EXPECT_EQ(count(m.s, true), n >= 4 ? 1u : 0u) << n;
+    EXPECT_EQ(count(m.s, false), n < 32 ? n * (n - 1) / 2 : 0u) << n;
+    if (n < 32) continue;
+    m.b.connectivity().create_all_constraints();
+    std::ostringstream out;
+    EXPECT_EQ(m.s.solve(&out), n == 32 ? solver::SAT : solver::UNSAT) << n;
+  }
+}
 // Records the cliques detect_all_diff finds instead of posting them.
 struct clique_recorder : AST_builder {
   using AST_builder::AST_builder;
@@ -565,6 +634,18 @@ TEST(AST_builder, detect_all_diff_finds_cliques_of_disequalities) {
   EXPECT_TRUE(b.is_diff_with_all(5, {4, 6}));
   EXPECT_TRUE(b.are_ne(4, 3));
   EXPECT_FALSE(b.is_diff_with_all(3, {4}));
+}
+
+// The deduced constraints are posted, each on a whole comment line; the first ends
+// the line the driver left open.
+TEST(AST_builder, deduced_all_different_lines_are_whole) {
+  model m(std::vector<iset>(6, iset("0:1")));
+  for (auto [x, y] : {std::pair{0u, 1u}, {1u, 2u}, {0u, 2u}, {3u, 4u}, {4u, 5u}, {3u, 5u}})
+    m.b.differentiate_variables(x, y);
+  const std::string out = printed_by([&] { m.b.detect_all_diff(); });
+  EXPECT_EQ(out, "\nc deduced all_different(v1,v2,v0)\nc deduced all_different(v4,v5,v3)\n");
+  // Three variables over two values, twice.
+  EXPECT_TRUE(m.solve().empty());
 }
 
 }  // namespace
