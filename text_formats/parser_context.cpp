@@ -638,6 +638,16 @@ bool parser_context::create_constraints(std::ostream& out) {
     if (!instantiate_postponed(out, *postponed[i], nullptr, result)) return false;
     if (result) connect_expr(singleton_var(1, false), *result, AST_builder::usage_exact);
   }
+  // A definition that no constraint reached still ties its variable: left free,
+  // the variable would take every value of its domain in an enumeration of
+  // solutions, each one printing the same.
+  for (auto& [name, symbol] : symbols) {
+    if (!symbol.is_intermediate || !symbol.definition || symbol.definition->visits != 0 ||
+        symbol.values.empty() || symbol.values[0].is_constant())
+      continue;
+    std::unique_ptr<AST> ast;
+    if (!instantiate_var_define(out, symbol.values[0].id, ast)) return false;
+  }
   if (detect_all_different) builder.detect_all_diff();
   builder.connectivity().create_all_constraints();
   return true;
