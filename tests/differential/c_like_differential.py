@@ -41,7 +41,9 @@ OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
 RUN_TIMEOUT = 30.0
 MAX_REFUSED_SHARE = 0.40
 NAMES = ["x", "y", "z", "a_1", "B", "t0", "_u"]
-BINARY = ["+", "-", "*", "/", "%", "==", "!=", "<", ">", "<=", ">=", "&&", "||"]
+# Subtraction and division are often refused (a value below 0, a divisor that can
+# be 0): they come less often, so that most models are solved.
+BINARY = ["+", "+", "*", "-", "/", "%", "==", "!=", "<", ">", "<=", ">=", "&&", "||", "&&", "||"]
 
 
 # ---- models ------------------------------------------------------------------------
@@ -72,13 +74,27 @@ def expression(rng, names, depth):
         if rng.random() < 0.7:
             return rng.choice(names)
         return str(rng.randrange(0, 6))
-    kind = rng.randrange(10)
+    kind = rng.randrange(11)
     if kind < 6:
         op = rng.choice(BINARY)
-        text = "%s %s %s" % (expression(rng, names, depth - 1), op,
-                             expression(rng, names, depth - 1))
+        if op in ("&&", "||") and rng.random() < 0.7:
+            # Mostly comparisons under a logical operator: an operand that can be
+            # neither 0 nor 1 is refused.
+            text = "%s %s %s" % (comparison(rng, names, depth - 1), op,
+                                 comparison(rng, names, depth - 1))
+        else:
+            text = "%s %s %s" % (expression(rng, names, depth - 1), op,
+                                 expression(rng, names, depth - 1))
     elif kind == 6:
         text = "%s ? %s : %s" % tuple(expression(rng, names, depth - 1) for _ in range(3))
+    elif kind == 10:
+        # A chain whose reading depends on associativity and on where ! binds.
+        parts = [expression(rng, names, 0) for _ in range(5)]
+        if rng.random() < 0.5:
+            text = "%s ? %s : %s ? %s : %s" % tuple(parts)
+        else:
+            text = "!%s %s %s %s %s" % (parts[0], rng.choice(["==", "<", "!="]), parts[1],
+                                       rng.choice(["&&", "||"]), parts[2])
     elif kind == 7:
         f = rng.choice(["min", "max", "pow"])
         if f == "pow":
@@ -88,7 +104,13 @@ def expression(rng, names, depth):
         return "abs(%s)" % expression(rng, names, depth - 1)
     else:
         text = rng.choice(["!", "-", "+"]) + expression(rng, names, depth - 1)
-    return "(%s)" % text if rng.random() < 0.5 else text
+    return "(%s)" % text if rng.random() < 0.3 else text
+
+
+def comparison(rng, names, depth):
+    return "(%s %s %s)" % (expression(rng, names, max(depth - 1, 0)),
+                           rng.choice(["==", "!=", "<", ">", "<=", ">="]),
+                           expression(rng, names, max(depth - 1, 0)))
 
 
 def constraint(rng, names):
