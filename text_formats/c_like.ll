@@ -85,6 +85,11 @@ static int integer_token(const char* text, int base, const char* limit,
 <BLOCK_COMMENT>"*"      { }
 <BLOCK_COMMENT>\n+      { yylloc->lines(int(yyleng)); }
 <BLOCK_COMMENT><<EOF>>  { BEGIN(INITIAL); return token::ERR; }
+\0                      {
+                          // As itself it would read as the end of the file, and the
+                          // statements after it would silently drop out of the model.
+                          return token::YYUNDEF;
+                        }
 .|\n                    { return int(static_cast<unsigned char>(yytext[0])); }
 
 %%
