@@ -33,7 +33,7 @@ void check_solution(const zelk::fzn_solver& s) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static zelk::table_propagator_base::memory_manager memory;
+  zelk::table_propagator_base::memory_manager memory;  // outlives the solver below
   zelk::zelk_flags flags;
   flags.seed = 1;
   flags.backtrack_limit = 64;
