@@ -2,6 +2,7 @@
 """Randomised differential test of zelk's answers to C-like models.
 
     c_like_differential.py --zelk ZELK [--seeds 1:200] [--seed N] [--show]
+                           [--large] [--large-every N]
 
 Each seed gives one small random model: 2 to 5 variables declared in the forms
 of the language (bool, ranges, from:step:to, value lists, several names per
@@ -14,7 +15,8 @@ tests/tools/c_like_checker.py on its own parse of the same text, gives the
 status, the optimum and the solutions.
 
 zelk solves each model under two of the option sets of the other differential
-tests, chosen by the seed, and once with -d when it has no objective. A
+tests, chosen by the seed, and once with -d when it has no objective and at most
+400 solutions. A
 satisfiable answer must pass the checker; an optimum must be brute force's; an
 unsatisfiable answer must be brute force's and its refutation is checked with
 -G -V; -d must print exactly the solutions. "s UNSUPPORTED" is no failure
@@ -22,7 +24,10 @@ unsatisfiable answer must be brute force's and its refutation is checked with
 logical operand that can be neither 0 nor 1; but more than 40% refused fails
 the run, since the test would then cover too little.
 
-A failure prints the seed, the model and the command that replays it. The last
+--large makes models of 6 or 7 variables and 5 to 9 short constraints, which
+need real search, and --large-every N makes one for each seed divisible by N.
+A failure prints the seed, the model and the command that replays it (with
+--large for a large one). The last
 line reads "N passed, N failed".
 """
 import argparse
@@ -39,6 +44,7 @@ import c_like_checker as checker  # noqa: E402
 
 OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
 RUN_TIMEOUT = 30.0
+MAX_ENUMERATED = 400   # each solution found adds a clause: thousands take long with -d
 MAX_REFUSED_SHARE = 0.40
 NAMES = ["x", "y", "z", "a_1", "B", "t0", "_u"]
 # Subtraction and division are often refused (a value below 0, a divisor that can
@@ -107,13 +113,25 @@ def expression(rng, names, depth):
     return "(%s)" % text if rng.random() < 0.3 else text
 
 
+def term(rng, names):
+    kind = rng.randrange(5)
+    x = rng.choice(names)
+    if kind == 0:
+        return "%s + %d" % (x, rng.randrange(1, 3))
+    if kind == 1:
+        return "%s * 2" % x
+    if kind == 2:
+        return "abs(%s - %s)" % (x, rng.choice(names))
+    return x
+
+
 def comparison(rng, names, depth):
     return "(%s %s %s)" % (expression(rng, names, max(depth - 1, 0)),
                            rng.choice(["==", "!=", "<", ">", "<=", ">="]),
                            expression(rng, names, max(depth - 1, 0)))
 
 
-def constraint(rng, names):
+def constraint(rng, names, depth_limit):
     kind = rng.randrange(12)
     pick = lambda: rng.choice(names)  # noqa: E731
     if kind == 0 and len(names) >= 2:
@@ -127,22 +145,36 @@ def constraint(rng, names):
         lo = rng.randrange(0, 4)
         k = ", %d" % rng.randrange(0, 3) if rng.random() < 0.5 else ""
         return "!sub_interval(%s, %s, %d, %d%s);" % (pick(), pick(), lo, lo + rng.randrange(0, 4), k)
-    return "%s;" % expression(rng, names, rng.randrange(1, 4))
+    if depth_limit <= 2 and rng.random() < 0.8:
+        # Large models: comparisons of short terms, mostly loose ones, so that many
+        # models have solutions and the search has work to do.
+        op = rng.choice(["!=", "!=", "<=", ">=", "<", "==", "!= "])
+        text = "%s %s %s" % (term(rng, names), op.strip(), term(rng, names))
+        if rng.random() < 0.3:
+            text = "%s %s %s %s %s" % (term(rng, names), rng.choice(["<", "!="]), term(rng, names),
+                                       rng.choice(["||", "&&"]), text)
+        return text + ";"
+    return "%s;" % expression(rng, names, rng.randrange(1, depth_limit))
 
 
-def make_model(seed):
+def make_model(seed, large=False):
+    """A large model has 6 or 7 variables and 5 to 9 short constraints: more search."""
     rng = random.Random(seed)
-    names = rng.sample(NAMES, rng.randrange(2, 6))
+    names = rng.sample(NAMES, rng.randrange(6, 8) if large else rng.randrange(2, 6))
     lines, i = [], 0
     while i < len(names):
         n = rng.randrange(1, 3)
-        lines.append(declaration(rng, names[i:i + n]))
+        if large:
+            lo = rng.randrange(0, 3)
+            lines.append("int {%d:%d} %s;" % (lo, lo + rng.randrange(3, 5), ", ".join(names[i:i + n])))
+        else:
+            lines.append(declaration(rng, names[i:i + n]))
         i += n
     if rng.random() < 0.3:
         lines.append("%s(%s);" % (rng.choice(["minimize", "maximize"]),
                                   expression(rng, names, rng.randrange(0, 3))))
-    for _ in range(rng.randrange(1, 6)):
-        lines.append(constraint(rng, names))
+    for _ in range(rng.randrange(5, 10) if large else rng.randrange(1, 6)):
+        lines.append(constraint(rng, names, 2 if large else 4))
     if rng.random() < 0.2:
         lines.insert(rng.randrange(1, len(lines) + 1), "// a comment /* within */")
     return "\n".join(lines) + "\n"
@@ -188,9 +220,9 @@ def refused(code, out):
             or (code == 1 and "in a boolean context" in out))
 
 
-def check_seed(zelk, seed, directory):
+def check_seed(zelk, seed, directory, large):
     """Returns (refused, problems)."""
-    text = make_model(seed)
+    text = make_model(seed, large)
     path = os.path.join(directory, "m%d.c" % seed)
     with open(path, "w") as f:
         f.write(text)
@@ -208,7 +240,7 @@ def check_seed(zelk, seed, directory):
                        % (e, code, out.strip()[-300:])]
     rng = random.Random(seed * 7919)
     option_sets = rng.sample(OPTION_SETS, 2)
-    if objective is None:
+    if objective is None and len(solutions) <= MAX_ENUMERATED:
         option_sets.append(["-d"])
     problems = []
     for options in option_sets:
@@ -256,11 +288,13 @@ def main():
     parser.add_argument("--seeds", default="1:200", help="FIRST:LAST, both included")
     parser.add_argument("--seed", type=int, help="one seed only")
     parser.add_argument("--show", action="store_true", help="print the model of --seed")
+    parser.add_argument("--large", action="store_true", help="only large models")
+    parser.add_argument("--large-every", type=int, default=0, help="a large model for each seed divisible by N")
     args = parser.parse_args()
     if args.seed is not None:
         seeds = [args.seed]
         if args.show:
-            print(make_model(args.seed), end="")
+            print(make_model(args.seed, args.large), end="")
             return 0
     else:
         first, last = (int(s) for s in args.seeds.split(":"))
@@ -268,12 +302,14 @@ def main():
     passed = failed = refused = 0
     with tempfile.TemporaryDirectory() as directory:
         for seed in seeds:
-            was_refused, problems = check_seed(args.zelk, seed, directory)
+            large = args.large or (args.large_every > 0 and seed % args.large_every == 0)
+            was_refused, problems = check_seed(args.zelk, seed, directory, large)
             refused += was_refused
             if problems:
                 failed += 1
-                print("FAIL seed %d:\n  %s\n--- model ---\n%s--- replay: %s --zelk %s --seed %d"
-                      % (seed, "\n  ".join(problems), make_model(seed), sys.argv[0], args.zelk, seed))
+                print(("FAIL seed %d:\n  %s\n--- model ---\n%s--- replay: %s --zelk %s --seed %d"
+                       + (" --large" if large else ""))
+                      % (seed, "\n  ".join(problems), make_model(seed, large), sys.argv[0], args.zelk, seed))
             else:
                 passed += 1
     print("%d refused as unsupported" % refused)
