@@ -912,6 +912,9 @@ void AST_builder::connect_predicate(const std::vector<unsigned int>& vars, unsig
     connect_overlap(result, args);
   else if (name == "sub_interval")
     connect_sub_interval(result, args);
+  else if (domain(result) != iset::singleton(1))
+    // The global constraint has no negated or reified form.
+    throw unsupported("Only an unconditional all_diff(...) is supported");
   else
     connect_all_diff(args, true);
 }
@@ -947,6 +950,10 @@ void AST_builder::connect_sub_interval(unsigned int result,
   }
   const int from2 = domain(args[2]).min(), to2 = domain(args[3]).min();
   const int k = args.size() > 4 ? domain(args[4]).min() : 0;
+  // The positive propagator has no offset: [from1, to1-k] for k other than 0 would be
+  // read as [from1, to1].
+  if (r.min() != 0 && k != 0)
+    throw unsupported("Only sub_interval(from1,to1,from2,to2) without an offset is supported");
   if (r.min() != 0)
     post_sub_interval(m_solver, from2, to2, args[0], args[1]);
   else

@@ -25,8 +25,9 @@
 #
 # Every SAT answer of an OPB case is also checked by the independent checker
 # (opb_checker, found through $ZELK_TEST_TOOLS) when it has been built, and every
-# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py, and
-# every solution a FlatZinc case prints by tests/tools/fzn_checker.py.
+# model an XCSP case prints (all of them with -d) by tests/tools/xcsp_checker.py,
+# every solution a FlatZinc case prints by tests/tools/fzn_checker.py, and
+# every model of a C-like case by tests/tools/c_like_checker.py.
 set -u
 zelk=$1
 dir=$2
@@ -128,6 +129,14 @@ for name in "${names[@]}"; do
       checker=$here/../tools/fzn_checker.py
       # every solution, also those of -d and each improvement of an objective
       if grep -q -x -e '----------' "$tmp/out"; then
+        if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
+          echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
+        fi
+      fi
+      ;;
+    *.c)
+      checker=$here/../tools/c_like_checker.py
+      if grep -q -E '^(s (SATISFIABLE|OPTIMUM FOUND)|v( |$))' "$tmp/out"; then
         if ! python3 "$checker" "$input" < "$tmp/out" > "$tmp/check" 2>&1; then
           echo "FAIL $dir/$name: solution check failed:"; cat "$tmp/check"; ok=no
         fi

@@ -1,0 +1,1 @@
+../../../examples/send_more_money.c

@@ -1,0 +1,3 @@
+int x;
+x == 1;
+minimize(x);

@@ -1,0 +1,2 @@
+int a, b;
+overlap(a, 2, b, 3);

@@ -1,0 +1,3 @@
+int x;
+minimize(x);
+maximize(x);

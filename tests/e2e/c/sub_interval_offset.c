@@ -1,0 +1,2 @@
+int a, b;
+sub_interval(a, b, 2, 5, 1);

@@ -1,0 +1,2 @@
+int x, y;
+foo(x, y);

@@ -1,0 +1,4 @@
+unsigned int x;
+unsigned y;
+x;
+y == x + 1;

@@ -1,0 +1,1 @@
+unsigned int u; int {1:2:7} v; maximize(pow(u, 2) - v / (u + 1) % 3); u <= 5; -v < -1 ? u : v;
