@@ -127,12 +127,15 @@ def run(zelk, row, bench, limit):
         p = subprocess.run(command, capture_output=True, text=True, timeout=limit, env=env)
     except subprocess.TimeoutExpired:
         return None, "no answer within %d s" % limit
-    if p.returncode not in (0, 10, 20, 30):
-        # The exit status is the driver's business; a crash (negative) or an error
-        # with a message on standard error is not a search to compare.
-        if p.returncode < 0 or p.stderr.strip():
-            return None, "exit status %d: %s" % (p.returncode, p.stderr.strip()[:300])
-    return figures_of(p.stdout), None
+    # A crash, or an error with a message on standard error, is not a search to
+    # compare; nor is an output without the status and decision lines that end
+    # every run (a garbled one must not be recorded either).
+    if p.returncode < 0 or (p.returncode != 0 and p.stderr.strip()):
+        return None, "exit status %d: %s" % (p.returncode, p.stderr.strip()[:300])
+    got = figures_of(p.stdout)
+    if got["status"] == "-" or got["decisions"] == "-":
+        return None, "no status or decision line in the output"
+    return got, None
 
 
 def main():
