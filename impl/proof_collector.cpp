@@ -334,6 +334,7 @@ void proof_collector::process_conflict_with_initial(traversal& t, int current_id
 void proof_collector::print_proof(std::ostream& os) const {
   proof_print_visitor printer(os, *this);
   traverse_proof(printer);
+  os.flush();
 }
 
 //==== the text of the proof ==============================================================
@@ -355,7 +356,8 @@ void proof_collector::print_resolution(std::ostream& os, unsigned int pivot, int
   print_clause(os, right_id, right);
   os << "\nconsequent: ";
   print_clause(os, result_id, result);
-  os << "\n" << std::endl;
+  // No flush per step: a proof of a million lines would go at the pace of write calls.
+  os << "\n\n";
 }
 
 void proof_collector::print_initial_resolution(std::ostream& os, unsigned int variable,

@@ -1,7 +1,7 @@
 // Conflict learning on small random models, checked by brute force: answers agree
-// with enumeration under every analysis option, every learned constraint is
-// implied by the model, and every explanation given during analysis is implied by
-// its constraint (explanation_tester).
+// with enumeration under every analysis option, each also with its refutations
+// checked, every learned constraint is implied by the model, and every explanation
+// given during analysis is implied by its constraint (explanation_tester).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -27,6 +27,7 @@ struct options {
   bool ground = true;
   unsigned int restart = 16;
   bool proof = false;  // record and check the refutation of every UNSAT answer
+  unsigned int erase_after = 1u << 30;  // by default every learned constraint stays for the check
   void apply(solver& s) const {
     s.relaxation_mode = relaxation_mode;
     s.relax_conflict_cause = relax_cause;
@@ -45,13 +46,14 @@ struct options {
 
 // Solves the model and checks the answer and every learned constraint.
 std::uint64_t g_non_fallback_combines = 0;
+unsigned int g_checked_refutations = 0;
 
 void check_run(const model& m, const options& o, unsigned int seed,
                explanation_tester::report* wrap = nullptr) {
   solver s;
   m.build(s, wrap);
   o.apply(s);
-  s.erase_after_backtracks = 1u << 30;  // keep every learned constraint for the check
+  s.erase_after_backtracks = o.erase_after;
   const std::vector<std::vector<int>> expected = m.solutions(s);
   std::ostringstream out;
   solver::result_type r = solver::SAT;
@@ -59,6 +61,8 @@ void check_run(const model& m, const options& o, unsigned int seed,
   g_non_fallback_combines += s.non_fallback_combines();
   ASSERT_EQ(r, expected.empty() ? solver::UNSAT : solver::SAT)
       << "seed " << seed << " mode " << o.relaxation_mode << " combine " << o.combine;
+  // A refutation that the check refused has thrown above.
+  g_checked_refutations += o.proof && r == solver::UNSAT;
   if (r == solver::SAT) {
     std::vector<int> values;
     for (unsigned int v = 0; v < s.num_variables(); ++v) {
@@ -112,14 +116,19 @@ TEST(learning, every_analysis_option_gives_the_same_answers) {
   options no_restart;
   no_restart.restart = 0;
   variants.push_back(no_restart);
-  for (unsigned int mode = 0; mode <= 2; ++mode) {
-    options proof;
-    proof.proof = true;
-    proof.relaxation_mode = mode;
-    variants.push_back(proof);
-    proof.relax_cause = true;
-    variants.push_back(proof);
+  // Each set again with its refutations checked (-G -V), and once with learned
+  // constraints erased early, so that the check replays them from saved clauses.
+  const std::size_t unchecked = variants.size();
+  for (std::size_t i = 0; i < unchecked; ++i) {
+    options checked = variants[i];
+    checked.proof = true;
+    variants.push_back(checked);
   }
+  options erasing;
+  erasing.proof = true;
+  erasing.erase_after = 2;
+  variants.push_back(erasing);
+  g_checked_refutations = 0;
   for (unsigned int seed = 1000; seed < 1080; ++seed) {
     const model m = random_model(seed);
     for (const options& o : variants) {
@@ -127,6 +136,7 @@ TEST(learning, every_analysis_option_gives_the_same_answers) {
       if (testing::Test::HasFatalFailure()) return;
     }
   }
+  EXPECT_GT(g_checked_refutations, 20 * (unchecked + 1));
 }
 
 TEST(learning, explanations_given_during_analysis_are_implied) {

@@ -6,8 +6,11 @@
 
 #include "unit/test_support.h"
 
+#include <memory>
+#include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace zelk {
 namespace {
@@ -127,6 +130,85 @@ TEST(proof_checker_visitor, clauses_with_repeated_variables) {
                                   make({{Z, at_least(5)}, {Y, S({3})}, {Z, S({2})}}), -3,
                                   make({{Y, S({3})}}));
   EXPECT_TRUE(second.result());
+}
+
+// Pigeons into one hole fewer as clauses, refuted by the solver with a proof.
+void pigeonhole(solver& s, unsigned int pigeons) {
+  const unsigned int holes = pigeons - 1;
+  for (unsigned int i = 0; i < pigeons * holes; ++i) s.add_var(at_most(1));
+  for (unsigned int p = 0; p < pigeons; ++p) {
+    constraint_connectivity_info& info =
+        s.add_constraint(std::make_unique<clause_propagator>(std::vector<iset>(holes, S({1}))));
+    for (unsigned int h = 0; h < holes; ++h) info << p * holes + h;
+  }
+  for (unsigned int h = 0; h < holes; ++h)
+    for (unsigned int p = 0; p < pigeons; ++p)
+      for (unsigned int q = p + 1; q < pigeons; ++q)
+        s.add_constraint(std::make_unique<clause_propagator>(std::vector<iset>(2, S({0}))))
+            << p * holes + h << q * holes + h;
+  s.should_intersect_with_ground = false;
+  s.erase_after_backtracks = 0;
+  s.produce_proof(true);
+}
+
+// The learned constraints that the refutation takes as premises.
+class learned_premises : public proof_visitor {
+ public:
+  explicit learned_premises(unsigned int model_size) : m_model_size(model_size) {}
+  void visit_explanation(int) override {}
+  void visit_resolution(unsigned int, int left_id, const clause_data&, int right_id,
+                        const clause_data&, int, const clause_data&) override {
+    note(left_id), note(right_id);
+  }
+  void visit_initial_resolution(unsigned int, const small_model::iset&, int id,
+                                const clause_data&, int, const clause_data&) override {
+    note(id);
+  }
+  std::set<unsigned int> ids;
+
+ private:
+  void note(int id) {
+    if (id >= int(m_model_size)) ids.insert(unsigned(id));
+  }
+  unsigned int m_model_size;
+};
+
+// A learned clause kept for the replay (saved, then erased from the solver) that is
+// not what was derived must be refused, whichever literal changed and however;
+// the same clause kept as derived passes.
+TEST(proof_checker_visitor, refuses_a_refutation_whose_stored_clause_was_changed) {
+  for (int change = 0; change < 3; ++change) {
+    solver s;
+    pigeonhole(s, 5);
+    const unsigned int model_size = s.num_constraints();
+    std::ostringstream out;
+    ASSERT_EQ(s.solve(&out), solver::UNSAT);
+    proof_collector& collector = dynamic_cast<proof_collector&>(s.proof_collector());
+    learned_premises premises(model_size);
+    collector.traverse_proof(premises);
+    ASSERT_GE(premises.ids.size(), 2u);
+    const unsigned int kept = *premises.ids.begin(), changed = *premises.ids.rbegin();
+    clause_data clause;
+    collector.get_solver_clause(kept, clause);
+    collector.save_clause(kept, clause);
+    solver_test_access::erase(s, kept);
+    collector.prepare_to_print();
+    ASSERT_TRUE(solver_test_access::is_correctly_unsat(s));
+
+    collector.get_solver_clause(changed, clause);
+    literal_data& l = clause[unsigned(change) % clause.size()];
+    if (change == 0) l.set = at_most(1);  // any value of the domain: always true
+    if (change == 1) l.variable = l.variable == 0 ? 1 : 0;            // another variable
+    clause_data stronger;  // change 2: one literal left out
+    for (std::size_t i = 0; i < clause.size(); ++i)
+      if (i != 2 % clause.size()) stronger.add(clause[i]);
+    collector.save_clause(changed, change == 2 ? stronger : clause);
+    solver_test_access::erase(s, changed);
+    collector.prepare_to_print();
+    proof_checker_visitor checker(collector, nullptr);
+    collector.traverse_proof(checker);
+    EXPECT_FALSE(checker.result()) << "change " << change;
+  }
 }
 
 }  // namespace
