@@ -11,6 +11,7 @@
 #include <sstream>
 #include <vector>
 
+#include "unit/brute_force.h"
 #include "unit/random_model.h"
 
 namespace zelk {
@@ -129,14 +130,14 @@ TEST(learning, every_analysis_option_gives_the_same_answers) {
   erasing.erase_after = 2;
   variants.push_back(erasing);
   g_checked_refutations = 0;
-  for (unsigned int seed = 1000; seed < 1080; ++seed) {
+  for (unsigned int seed = 1000; seed < 1000 + brute_force::campaign_rounds(80); ++seed) {
     const model m = random_model(seed);
     for (const options& o : variants) {
       check_run(m, o, seed);
       if (testing::Test::HasFatalFailure()) return;
     }
   }
-  EXPECT_GT(g_checked_refutations, 20 * (unchecked + 1));
+  EXPECT_GT(g_checked_refutations, unsigned(brute_force::campaign_least(20, 80)) * (unchecked + 1));
 }
 
 TEST(learning, explanations_given_during_analysis_are_implied) {
@@ -165,7 +166,7 @@ TEST(learning, reified_comparisons_agree_under_every_analysis_option) {
   variants[5].augment = false, variants[5].ages = false;
   variants[6].proof = true;
   explanation_tester::report report;
-  for (unsigned int seed = 3000; seed < 3250; ++seed) {
+  for (unsigned int seed = 3000; seed < 3000 + brute_force::campaign_rounds(250); ++seed) {
     const model m = random_comparison_model(seed);
     for (const options& o : variants) {
       check_run(m, o, seed);
@@ -176,7 +177,7 @@ TEST(learning, reified_comparisons_agree_under_every_analysis_option) {
     check_run(m, wrapped, seed, &report);
     if (testing::Test::HasFatalFailure()) return;
   }
-  EXPECT_GT(report.checked, 100u);
+  EXPECT_GT(report.checked, unsigned(brute_force::campaign_least(100, 250)));
   EXPECT_EQ(report.faults, 0u) << report.first_fault;
 }
 
