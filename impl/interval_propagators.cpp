@@ -301,22 +301,22 @@ std::unique_ptr<constraint_propagator> no_sub_interval_propagator::clone() const
 }
 
 std::unique_ptr<constraint_propagator> no_sub_interval_propagator::new_propagator(
-    const disjunction_specification& spec, std::vector<unsigned int>& params) const {
+    const disjunction_specification& form, std::vector<unsigned int>& params) const {
   params.clear();
-  params.push_back(spec.constraint_var(0));
-  params.push_back(spec.constraint_var(1));
-  const unsigned int n = spec.literal_count();
+  params.push_back(form.constraint_var(0));
+  params.push_back(form.constraint_var(1));
+  const unsigned int n = form.literal_count();
   if (n == 0) {
-    if (std::unique_ptr<constraint_propagator> owned = spec.release_owned_constraint())
+    if (std::unique_ptr<constraint_propagator> owned = form.release_owned_constraint())
       return owned;
-    return spec.constraint() ? spec.constraint()->clone() : nullptr;
+    return form.constraint() ? form.constraint()->clone() : nullptr;
   }
   auto result = std::make_unique<disjoint_propagator<no_sub_interval_propagator, clause_propagation_algo>>(
       no_sub_interval_propagator(m_a, m_b, m_k));
   literal_vector& literals = result->update_literals();
   for (unsigned int i = 0; i < n; ++i) {
-    literals.push_back(spec.literal(i));
-    params.push_back(spec.literal_var(i));
+    literals.push_back(form.literal(i));
+    params.push_back(form.literal_var(i));
   }
   return result;
 }

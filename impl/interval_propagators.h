@@ -88,9 +88,9 @@ class no_sub_interval_propagator : public tight_constraint_propagator {
   bool constraint_check(const constraint_runtime_info& info) const override;
   void print(std::ostream& os, const constraint_runtime_info* info) const override;
   std::unique_ptr<constraint_propagator> clone() const override;
-  // The base constraint alone, or joined to the literals of `spec` as a clause.
+  // The base constraint alone, or joined to the literals of `form` as a clause.
   std::unique_ptr<constraint_propagator> new_propagator(
-      const disjunction_specification& spec, std::vector<unsigned int>& params) const override;
+      const disjunction_specification& form, std::vector<unsigned int>& params) const override;
 
   int a() const { return m_a; }
   int b() const { return m_b; }
