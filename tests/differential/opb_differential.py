@@ -1,56 +1,36 @@
 #!/usr/bin/env python3
 """Randomised differential test of zelk's OPB answers.
 
-    opb_differential.py --zelk ZELK --checker OPB_CHECKER [--seeds 1:300]
-                        [--seed N] [--peer clasp|none] [--jobs 2]
-                        [--show]
-
-Each seed gives one small random instance in zelk's dialect (clauses,
-cardinalities, small weighted sums, all five relations, negations, products of
-two literals, names, with or without a "max:" or "min:" objective whose
-coefficients may be negative, mostly within what zelk can hold and sometimes
-beyond it), with extra weight on the shapes that once gave wrong answers. zelk solves it under several option
-sets; the answer is compared with brute force over all assignments (up to
-BRUTE_MAX_VARS variables), with clasp on a normalised standard-OPB twin when
-clasp is installed, and with the other option sets. Every model zelk prints
-must satisfy the file (own evaluation and opb_checker), and the "o" line before
-it must be the objective of that model. An objective whose normal form (c ~x
-written c - c x, equal products merged) has positive coefficients summing above
-31 must be refused with the range error, and every other one optimised.
-
-A failure prints the seed, the instance and the command that replays it.
-Standard library only; the last line reads "N passed, N failed".
+Random instances in zelk's dialect (clauses, cardinalities, weighted sums, all five
+relations, negations, products, names, objectives with negative coefficients, some
+beyond the 31 zelk holds), weighted towards shapes that once gave wrong answers.
+Each is solved under the option sets of difftest and compared with brute force, with
+clasp on a standard-OPB twin when installed, and across option sets; every model
+must satisfy the file (own evaluation and opb_checker) and follow its "o" line. An
+objective whose normal form has positive coefficients summing above 31 must be
+refused with the range error.
 """
-import argparse
 import os
 import random
 import shutil
 import subprocess
 import sys
-import tempfile
-import time
-from concurrent.futures import ThreadPoolExecutor
+
+import difftest
 
 BRUTE_MAX_VARS = 14
-OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
-RUN_TIMEOUT = 30.0
 RELATIONS = [">=", "<=", "=", "<", ">"]
 NAMES = ["x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12",
          "a", "b", "c", "y_2", "Q", "min1", "max_v", "_z", "p0", "q9x", "long_name",
          "B7", "k", "t3"]
 
 
-# ---- instances ------------------------------------------------------------------
 # A literal is (negated, variable index); a term is (coefficient, [literals]);
-# a constraint is (name or None, [terms], relation, rhs); the objective is None
-# or a list of terms, maximised or minimised as `direction` ("max" or "min") says.
-
+# a constraint is (name or None, [terms], relation, rhs).
 class Instance:
     def __init__(self, names, constraints, objective, direction="max"):
-        self.names = names
-        self.constraints = constraints
-        self.objective = objective
-        self.direction = direction
+        self.names, self.constraints = names, constraints
+        self.objective, self.direction = objective, direction
 
     def text(self):
         def terms_text(terms):
@@ -66,15 +46,6 @@ class Instance:
             out.append("%s%s %s %s ;" % (name + ": " if name else "", terms_text(terms),
                                          rel, rhs_text))
         return "\n".join(out) + "\n"
-
-    def used_variables(self):
-        used = set()
-        for _, terms, _, _ in self.constraints:
-            for _, lits in terms:
-                used.update(v for _, v in lits)
-        for _, lits in self.objective or []:
-            used.update(v for _, v in lits)
-        return sorted(used)
 
 
 def random_literal(rng, n):
@@ -254,32 +225,13 @@ def generate(seed):
 # ---- semantics --------------------------------------------------------------------
 
 def compile_terms(terms):
-    out = []
-    for c, lits in terms:
-        pos = neg = 0
-        for negated, v in lits:
-            if negated:
-                neg |= 1 << v
-            else:
-                pos |= 1 << v
-        out.append((c, pos, neg))
-    return out
+    """Each term as (coefficient, mask of plain literals, mask of negated ones)."""
+    return [(c, sum(1 << v for n, v in set(lits) if not n), sum(1 << v for n, v in set(lits) if n))
+            for c, lits in terms]
 
 
-def term_sum(compiled, a):
-    return sum(c for c, pos, neg in compiled if a & pos == pos and not a & neg)
-
-
-def holds(rel, s, rhs):
-    if rel == ">=":
-        return s >= rhs
-    if rel == "<=":
-        return s <= rhs
-    if rel == "=":
-        return s == rhs
-    if rel == "<":
-        return s < rhs
-    return s > rhs
+HOLDS = {">=": lambda s, r: s >= r, "<=": lambda s, r: s <= r, "=": lambda s, r: s == r,
+         "<": lambda s, r: s < r, ">": lambda s, r: s > r}
 
 
 class Evaluator:
@@ -287,45 +239,45 @@ class Evaluator:
         self.constraints = [(compile_terms(t), rel, rhs) for _, t, rel, rhs in inst.constraints]
         self.objective = compile_terms(inst.objective) if inst.objective is not None else None
 
+    @staticmethod
+    def sum(compiled, a):
+        return sum(c for c, pos, neg in compiled if a & pos == pos and not a & neg)
+
     def satisfied(self, a):
-        return all(holds(rel, term_sum(t, a), rhs) for t, rel, rhs in self.constraints)
+        return all(HOLDS[rel](self.sum(t, a), rhs) for t, rel, rhs in self.constraints)
 
     def value(self, a):
-        return term_sum(self.objective, a) if self.objective is not None else None
+        return self.sum(self.objective, a) if self.objective is not None else None
 
 
 def brute_force(inst):
-    """(status, optimum): SAT, UNSAT or OPTIMUM over all assignments."""
+    """(status, optimum) over all assignments, as bit masks."""
     ev = Evaluator(inst)
-    better = (lambda v, b: v > b) if inst.direction == "max" else (lambda v, b: v < b)
+    sign = 1 if inst.direction == "max" else -1
     best = None
     for a in range(1 << len(inst.names)):
         if ev.satisfied(a):
             if ev.objective is None:
                 return "SAT", None
             v = ev.value(a)
-            if best is None or better(v, best):
+            if best is None or sign * v > sign * best:
                 best = v
-    if best is None:
-        return "UNSAT", None
-    return "OPTIMUM", best
+    return ("UNSAT", None) if best is None else ("OPTIMUM", best)
 
 
-# ---- standard OPB for the peer ---------------------------------------------------------
+# ---- standard OPB for clasp -------------------------------------------------------------
 
 def merge(terms):
     """The sum with c ~x written c - c x and equal products merged: ({product:
     coefficient}, constant), no coefficient 0."""
-    merged = {}
-    const = 0
+    merged, const = {}, 0
     for c, lits in terms:
         lits = sorted(set(lits), key=lambda l: (l[1], l[0]))
         if len({v for _, v in lits}) < len(lits):
             continue                           # x and ~x: always 0
         if len(lits) == 1 and lits[0][0]:      # c ~x = c - c x
             const += c
-            key = ((False, lits[0][1]),)
-            c = -c
+            key, c = ((False, lits[0][1]),), -c
         else:
             key = tuple(lits)
         merged[key] = merged.get(key, 0) + c
@@ -333,27 +285,19 @@ def merge(terms):
 
 
 def objective_fits(inst):
-    """Whether zelk can hold the objective: in normal form every coefficient is
-    made positive (-c A = c ~A - c), and those must sum to 31 at most."""
-    if inst.objective is None:
-        return True
-    merged, _ = merge(inst.objective)
-    return sum(abs(c) for c in merged.values()) <= 31
+    """In normal form every coefficient is made positive (-c A = c ~A - c); zelk holds
+    a sum of at most 31."""
+    return inst.objective is None or sum(abs(c) for c in merge(inst.objective)[0].values()) <= 31
 
 
 def to_standard(inst):
-    """A twin in the peers' subset: x1..xn, only >=, each variable and each product
-    once per constraint (~x = 1 - x merged in), "=" as two ">=", "max:" as "min:".
-    Returns (text, offset, sign): zelk's objective = offset + sign * clasp's "o"."""
-    def lit_text(lit):
-        return ("~" if lit[0] else "") + "x%d" % (lit[1] + 1)
-
+    """A twin in clasp's subset: x1..xn, only >=, each product once per constraint,
+    "max:" as "min:". Returns (text, offset, sign): zelk's objective = offset + sign * o."""
     def terms_text(merged):
-        return " ".join("%+d %s" % (c, " ".join(lit_text(l) for l in key))
+        return " ".join("%+d %s" % (c, " ".join(("~" if l[0] else "") + "x%d" % (l[1] + 1)
+                                                for l in key))
                         for key, c in sorted(merged.items()))
-
-    products = []
-    lines = []
+    products, lines = [], []
     for _, terms, rel, rhs in inst.constraints:
         neg = [(-c, l) for c, l in terms]
         forms = {">=": [(terms, rhs)], ">": [(terms, rhs + 1)], "<=": [(neg, -rhs)],
@@ -367,9 +311,7 @@ def to_standard(inst):
                 continue
             products += [k for k in merged if len(k) > 1]
             lines.append("%s >= %d ;" % (terms_text(merged), r))
-    offset = 0
-    sign = -1 if inst.direction == "max" else 1
-    head_obj = []
+    offset, sign, head_obj = 0, -1 if inst.direction == "max" else 1, []
     if inst.objective is not None:
         merged, offset = merge(inst.objective)
         if merged:
@@ -377,130 +319,79 @@ def to_standard(inst):
             head_obj.append("min: %s ;" % terms_text({k: sign * c for k, c in merged.items()}))
     head = "* #variable= %d #constraint= %d" % (len(inst.names), len(lines))
     if products:
-        head += " #product= %d sizeproduct= %d" % (len(products),
-                                                    sum(len(k) for k in products))
+        head += " #product= %d sizeproduct= %d" % (len(products), sum(len(k) for k in products))
     return "\n".join([head] + head_obj + lines) + "\n", offset, sign
 
 
 def run_clasp(inst, tmpdir, tag):
+    """(status, objective in zelk's terms, model as a bit mask or None)."""
     text, offset, sign = to_standard(inst)
     path = os.path.join(tmpdir, tag + ".std.opb")
     with open(path, "w") as f:
         f.write(text)
-    status, value, model = "UNKNOWN", None, None
-    try:
-        p = subprocess.run(["clasp", "--quiet=1,1", path], capture_output=True, text=True,
-                           timeout=RUN_TIMEOUT)
-    except subprocess.TimeoutExpired:
-        return status, value, None
-    for line in p.stdout.splitlines():
-        if line.startswith("s "):
-            status = {"SATISFIABLE": "SAT", "UNSATISFIABLE": "UNSAT",
-                      "OPTIMUM FOUND": "OPTIMUM"}.get(line[2:].strip(), "UNKNOWN")
-        elif line.startswith("o "):
-            value = int(line.split()[1])
-        elif line.startswith("v "):
-            model = (model or []) + line[2:].split()
-    a = 0
-    for w in model or []:
-        if not w.startswith("-") and w.startswith("x"):
-            a |= 1 << (int(w[1:]) - 1)
+    p = difftest.run(["clasp", "--quiet=1,1", path])
+    if p is None:
+        return "UNKNOWN", None, None
+    status, value, models = difftest.parse(p.stdout)
+    words = [w for _, ws in models for w in ws]
+    a = sum(1 << (int(w[1:]) - 1) for w in set(words) if w.startswith("x"))
     if inst.objective is not None and status in ("SAT", "OPTIMUM"):
         if status == "SAT" and value is None:
             status = "OPTIMUM"                     # objective constant after merging
         value = offset + sign * (value or 0)
-    return status, value, a if model is not None else None
+    return status, value, a if models else None
 
 
 # ---- zelk ------------------------------------------------------------------------------
 
-def parse_zelk(out, names):
-    """Status, last objective value, and the (o value, assignment) of each v line."""
-    index = {n: i for i, n in enumerate(names)}
-    status, value, proved = "UNKNOWN", None, False
-    models = []
-    pending = None
-    for line in out.splitlines():
-        if line.startswith("s "):
-            w = line[2:].strip()
-            if w == "SATISFIABLE":
-                status = "SAT"
-            elif w == "UNSATISFIABLE":
-                status = "UNSAT"
-            elif w == "OPTIMUM FOUND":
-                status = "OPTIMUM"
-        elif line.startswith("o "):
-            value = pending = int(line.split()[1])
-        elif line.startswith("v "):
-            a = 0
-            for w in line[2:].split():
-                if not w.startswith("-") and w in index:
-                    a |= 1 << index[w]
-            models.append((pending, a))
-            pending = None
-        elif "==== no more values to try ====" in line:
-            proved = True
-    if proved and status == "SAT":
-        status = "OPTIMUM"
-    return status, value, models
-
-
-def check_zelk_run(inst, ev, path, out, err, rc, checker):
-    """Problems of one run, as strings, and its (status, value)."""
+def check_zelk_run(inst, ev, path, p, opts, checker):
+    """Problems of one run, and its (status, value)."""
+    label = "zelk " + difftest.label(opts)
+    if p is None:
+        return [difftest.broken(p, opts)], ("ERROR", None)
+    out = p.stdout
+    if not objective_fits(inst) and not (p.returncode == 0 and "\ns UNSATISFIABLE\n" in out):
+        # The range error and no answer before it; UNSAT is compared with the oracle.
+        if p.returncode != 1 or "Exception(St12out_of_range)" not in out or "\ns " in out:
+            return ["%s: an objective beyond 31 not refused by the range error: exit status "
+                    "%d, output tail %r" % (label, p.returncode, out[-300:])], ("ERROR", None)
+        return [], ("ERROR", None)
+    if difftest.broken(p, opts):
+        return [difftest.broken(p, opts)], ("ERROR", None)
+    status, value, models = difftest.parse(out)
+    index = {n: i for i, n in enumerate(inst.names)}
     problems = []
-    if not objective_fits(inst):
-        # The range error, and no answer before it; or UNSAT, when a constraint
-        # fails before the objective is built (compared with the oracle below).
-        if rc == 0 and "\ns UNSATISFIABLE\n" in out:
-            pass
-        else:
-            if rc != 1 or "Exception(St12out_of_range)" not in out or "\ns " in out:
-                problems.append("an objective beyond 31 not refused by the range error: "
-                                "exit status %d, output tail %r" % (rc, out[-300:]))
-            return problems, ("ERROR", None)
-    if rc != 0 or err.strip() or "Exception(" in out:
-        problems.append("exit status %d, stderr %r, output tail %r" % (rc, err[-300:],
-                                                                         out[-300:]))
-        return problems, ("ERROR", None)
-    status, value, models = parse_zelk(out, inst.names)
     if status in ("SAT", "OPTIMUM"):
         if not models:
             problems.append("no v line after %s" % status)
-        for o, a in models:
+        for o, words in models:
+            a = sum(1 << index[w] for w in set(words) if w in index)
             if not ev.satisfied(a):
-                problems.append("model %s breaks the file" % " ".join(
-                    ("" if a >> i & 1 else "-") + n for i, n in enumerate(inst.names)))
+                problems.append("model %s breaks the file" % " ".join(words))
             if ev.objective is not None:
                 if o is None:
                     problems.append("v line without an o line before it")
                 elif o != ev.value(a):
-                    problems.append("o %d before a model whose objective is %d" %
-                                    (o, ev.value(a)))
+                    problems.append("o %d before a model whose objective is %d" % (o, ev.value(a)))
         if status == "OPTIMUM" and models and models[-1][0] != value:
             problems.append("last o %s is not the last model's" % value)
         c = subprocess.run([checker, path], input=out, capture_output=True, text=True)
         if c.returncode != 0:
             problems.append("opb_checker: " + (c.stdout + c.stderr).strip()[:300])
-    return problems, (status, value if status == "OPTIMUM" else None)
+    return ["%s: %s" % (label, x) for x in problems], \
+        (status, value if status == "OPTIMUM" else None)
 
 
-def answer_text(ans):
-    return ans[0] + ("=%d" % ans[1] if ans[0] == "OPTIMUM" else "")
-
-
-def test_instance(seed, inst, args, tmpdir, tag=None):
-    """A list of problems; empty when every answer agrees."""
-    tag = tag or "s%d" % seed
-    path = os.path.join(tmpdir, tag + ".opb")
+def test_instance(seed, inst, args, tmpdir):
+    path = os.path.join(tmpdir, "s%d.opb" % seed)
     with open(path, "w") as f:
         f.write(inst.text())
     ev = Evaluator(inst)
-    problems = []
-    oracle = None
+    problems, oracle = [], None
     if len(inst.names) <= BRUTE_MAX_VARS:
         oracle = ("brute force", brute_force(inst))
     if args.peer == "clasp" and objective_fits(inst):
-        st, val, a = run_clasp(inst, tmpdir, tag)
+        st, val, a = run_clasp(inst, tmpdir, "s%d" % seed)
         peer = ("clasp", (st, val if st == "OPTIMUM" else None))
         if st == "UNKNOWN":
             problems.append("clasp gave no answer")
@@ -509,86 +400,37 @@ def test_instance(seed, inst, args, tmpdir, tag=None):
         if oracle is None:
             oracle = peer
         elif peer[1] != oracle[1]:
-            problems.append("clasp says %s, brute force %s" % (answer_text(peer[1]),
-                                                               answer_text(oracle[1])))
-    for opts in OPTION_SETS:
-        cmd = [args.zelk, "-F", "opb", "-s", str(seed)] + opts + [path]
-        try:
-            p = subprocess.run(cmd, capture_output=True, text=True, timeout=RUN_TIMEOUT)
-        except subprocess.TimeoutExpired:
-            problems.append("%s: no answer within %.0f s" % (" ".join(opts) or "defaults",
-                                                            RUN_TIMEOUT))
-            continue
-        probs, ans = check_zelk_run(inst, ev, path, p.stdout, p.stderr, p.returncode,
-                                    args.checker)
-        label = " ".join(opts) or "defaults"
-        problems += ["zelk %s: %s" % (label, x) for x in probs]
+            problems.append("clasp says %s, brute force %s"
+                            % (difftest.answer_text(peer[1]), difftest.answer_text(oracle[1])))
+    for opts in difftest.OPTION_SETS:
+        p = difftest.run([args.zelk, "-F", "opb", "-s", str(seed)] + opts + [path])
+        probs, ans = check_zelk_run(inst, ev, path, p, opts, args.checker)
+        problems += probs
+        label = "zelk " + difftest.label(opts)
         if ans[0] == "ERROR":
             continue
         if ans[0] == "UNKNOWN":
-            problems.append("zelk %s: no answer" % label)
+            problems.append("%s: no answer" % label)
         elif oracle is None:
-            oracle = ("zelk " + label, ans)
+            oracle = (label, ans)
         elif ans != oracle[1]:
-            problems.append("zelk %s says %s, %s says %s" % (label, answer_text(ans),
-                                                             oracle[0],
-                                                             answer_text(oracle[1])))
-    return problems
+            problems.append("%s says %s, %s says %s" % (label, difftest.answer_text(ans),
+                                                        oracle[0], difftest.answer_text(oracle[1])))
+    return difftest.Result(problems, runs=len(difftest.OPTION_SETS))
 
-
-# ---- main ------------------------------------------------------------------------------
 
 def main():
-    ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    ap.add_argument("--zelk", required=True)
+    ap = difftest.arguments(__doc__)
     ap.add_argument("--checker", required=True)
-    ap.add_argument("--seeds", default="1:300", help="first:last, both included")
-    ap.add_argument("--seed", type=int, default=None, help="one seed only")
-    ap.add_argument("--peer", default=None, help="clasp or none (default: clasp when "
-                    "installed)")
-    ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--show", action="store_true", help="print each instance")
+    ap.add_argument("--peer", default=None, help="clasp or none (default: clasp when installed)")
     args = ap.parse_args()
     if args.peer is None:
         args.peer = "clasp" if shutil.which("clasp") else "none"
-    args.zelk = os.path.abspath(args.zelk)
     args.checker = os.path.abspath(args.checker)
-    if args.seed is not None:
-        seeds = [args.seed]
-    else:
-        first, last = (int(x) for x in args.seeds.split(":"))
-        seeds = list(range(first, last + 1))
-
-    t0 = time.monotonic()
-    tmpdir = tempfile.mkdtemp(prefix="opb_differential.")
-    failures = []
-    try:
-        def one(seed):
-            inst = generate(seed)
-            if args.show:
-                print("---- seed %d\n%s" % (seed, inst.text()), end="")
-            return seed, inst, test_instance(seed, inst, args, tmpdir)
-
-        with ThreadPoolExecutor(max(1, args.jobs)) as pool:
-            for seed, inst, problems in pool.map(one, seeds):
-                if problems:
-                    failures.append((seed, inst, problems))
-        for seed, inst, problems in failures:
-            print("FAIL seed %d" % seed)
-            for p in problems:
-                print("  " + p)
-            print("  instance:")
-            print("".join("    " + line + "\n" for line in inst.text().splitlines()), end="")
-            print("  replay: python3 %s --zelk %s --checker %s --peer %s --seed %d"
-                  % (os.path.abspath(__file__), args.zelk, args.checker,
-                     args.peer, seed))
-    finally:
-        shutil.rmtree(tmpdir, ignore_errors=True)
-    print("opb differential: %d instances, seeds %d..%d, peer %s, %d option sets, %.1f s"
-          % (len(seeds), seeds[0], seeds[-1], args.peer, len(OPTION_SETS),
-             time.monotonic() - t0))
-    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures)))
-    return 1 if failures else 0
+    return difftest.campaign(
+        "opb differential, peer " + args.peer, args, lambda seed: generate(seed).text(),
+        lambda seed, tmpdir: test_instance(seed, generate(seed), args, tmpdir),
+        lambda seed: "--checker %s --peer %s" % (args.checker, args.peer))
 
 
 if __name__ == "__main__":

@@ -1,59 +1,30 @@
 #!/usr/bin/env python3
 """Randomised differential test of zelk's XCSP 2.1 answers.
 
-    xcsp_differential.py --zelk ZELK --checker XCSP_CHECKER [--seeds 1:500]
-                         [--seed N] [--jobs 2] [--show] [--large] [--large-every N]
-
-Each seed gives one small random document: 2 to 6 variables over small domains,
-extension constraints (supports and conflicts, arity 1 to 3, with extra weight on
-the binary shapes the loader replaces by equalities and disequalities, and on
-empty relations), intension constraints in the functional syntax (comparisons,
-logic, add, sub, abs of a difference, mul, div, mod, min, max, if; predicates shared by several
-constraints with other parameters and constants among them), global:alldifferent
-and global:weightedsum, and sometimes an objective, the weighted sum named
-"Optimize:minimize" or "Optimize:maximize". Brute force, in plain integer
-arithmetic, gives the status, the optimum and, when they are few, the solutions.
-
-zelk solves each document under the option sets of the OPB differential test, and
-once more with the deduction of all-different constraints from cliques switched off. A
-satisfiable answer must pass xcsp_checker; an optimum must be brute force's; an
-unsatisfiable answer must be brute force's, and the run with -G -V validates its
-refutation; with -d the printed solutions must be exactly the solutions of the
-document. "s UNSUPPORTED" is not a failure: values outside zelk's 0..31 (a sum
-above 31, a difference below 0) are refused by design. Refusals are counted by
-reason, and more than a quarter of the documents refused fails the run, since the
-test would then cover too little.
-
-A failure prints the seed, the document and the command that replays it.
---large makes documents of 6 to 12 variables and mostly binary tables, for long
-runs that want more search, and --large-every N makes one for each seed
-divisible by N. Standard library only; the last line reads "N passed, N failed".
+Random documents of 2 to 6 variables (--large: 6 to 12, mostly binary tables, for more
+search): extension constraints weighted towards the binary shapes the loader turns
+into (dis)equalities, intension predicates shared between constraints, alldifferent,
+weightedsum, an objective. Brute force in plain integer arithmetic gives the status,
+optimum and (when few) the solutions; every answer must agree, pass xcsp_checker, and
+-d must print exactly the solutions. "s UNSUPPORTED" (values outside 0..31) is a
+refusal by design, counted by reason; more than a quarter refused fails the run.
 """
-import argparse
-import collections
 import itertools
+import math
 import os
 import random
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
-import time
-from concurrent.futures import ThreadPoolExecutor
 
-# Those of the OPB differential test, and -a twice: cliques of disequalities without
-# the all-different constraint deduced from them (the default deduces it).
-OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"], ["-a", "-a"]]
-ALL_SOLUTIONS = ["-d"]
-MAX_ENUMERATED = 400   # each solution found adds a clause: thousands take long with -d
-RUN_TIMEOUT = 30.0
-MAX_REFUSED_SHARE = 0.25
+import difftest
+
+# -a twice: cliques of disequalities without the all-different constraint deduced from them.
+OPTION_SETS = difftest.OPTION_SETS + [["-a", "-a"]]
 VAR_NAMES = ["X", "Y", "Z", "x1", "x2", "q0", "q1", "s0_1", "V", "w_2", "a", "b", "T", "u9",
              "P0", "P1"]
 CMP_OPS = ["eq", "ne", "lt", "le", "gt", "ge"]
 SUM_OPS = ["eq", "ge", "gt", "le", "lt"]
-
 
 # ---- documents -----------------------------------------------------------------------
 # An expression is ("int", v), ("par", i) for the i-th formal parameter, or
@@ -621,7 +592,7 @@ def generate(seed, large=False):
     for i in range(n):
         doc.variables.append((names[i], rng.randrange(len(doc.domains)) if i else 0))
     # keep brute force instant: at most ~40000 assignments (large: pruning has to do)
-    while not large and prod(len(doc.values(v)) for v in range(n)) > 40000:
+    while not large and math.prod(len(doc.values(v)) for v in range(n)) > 40000:
         doc.domains = [d[:max(1, len(d) - 1)] for d in doc.domains]
     if rng.random() < 0.05:
         doc.dummies = rng.randint(1, 2)
@@ -639,11 +610,6 @@ def generate(seed, large=False):
     return doc
 
 
-def prod(xs):
-    p = 1
-    for x in xs:
-        p *= x
-    return p
 
 
 # ---- brute force ---------------------------------------------------------------------
@@ -764,12 +730,12 @@ class BruteForce:
 
 def brute_force(bf):
     """(answer, solutions): the answer zelk must give, and every solution when there is
-    no objective and they are at most MAX_ENUMERATED, else None."""
+    no objective and they are at most difftest.MAX_ENUMERATED, else None."""
     doc = bf.doc
     if doc.objective is None:
-        found = bf.solutions(MAX_ENUMERATED + 1)
+        found = bf.solutions(difftest.MAX_ENUMERATED + 1)
         return ("SAT" if found else "UNSAT", None), \
-            found if len(found) <= MAX_ENUMERATED else None
+            found if len(found) <= difftest.MAX_ENUMERATED else None
     v, minimize, _ = doc.objective
     for x in sorted(doc.values(v), reverse=not minimize):
         if bf.solutions(1, [x]):
@@ -777,178 +743,76 @@ def brute_force(bf):
     return ("UNSAT", None), None
 
 
+
 # ---- zelk ------------------------------------------------------------------------------
 
-def parse_zelk(out):
-    """Status, the last "o" value, and the values of each "v" line."""
-    status, value, proved = "UNKNOWN", None, False
-    models = []
-    for line in out.splitlines():
-        if line.startswith("s "):
-            status = {"SATISFIABLE": "SAT", "UNSATISFIABLE": "UNSAT",
-                      "OPTIMUM FOUND": "OPTIMUM", "UNSUPPORTED": "UNSUPPORTED"}.get(
-                          line[2:].strip(), status)
-        elif line.startswith("o "):
-            value = int(line.split()[1])
-        elif line.startswith("v ") or line.rstrip() == "v":
-            models.append(tuple(int(w) for w in line.split()[1:]))
-        elif "==== no more values to try ====" in line:
-            proved = True
-    if proved and status == "SAT":
-        status = "OPTIMUM"
-    return status, value, models
-
-
-def run_zelk(args, seed, opts, path):
-    cmd = [args.zelk, "-F", "xcsp", "-s", str(seed)] + opts + [path]
-    try:
-        p = subprocess.run(cmd, capture_output=True, text=True, timeout=RUN_TIMEOUT)
-    except subprocess.TimeoutExpired:
-        return None
-    return p
-
-
-def check_run(doc, bf, expected, solutions, p, path, opts, args):
+def check_run(doc, bf, expected, solutions, p, path, opts, checker):
     """(problems, reason of a refusal or None) for one run of zelk."""
-    label = " ".join(opts) or "defaults"
-    if p is None:
-        return ["zelk %s: no answer within %.0f s" % (label, RUN_TIMEOUT)], None
-    if p.returncode != 0 or p.stderr.strip() or "Exception(" in p.stdout:
-        return ["zelk %s: exit status %d, stderr %r, output tail %r"
-                % (label, p.returncode, p.stderr[-300:], p.stdout[-300:])], None
-    status, value, models = parse_zelk(p.stdout)
+    label = "zelk " + difftest.label(opts)
+    if difftest.broken(p, opts):
+        return [difftest.broken(p, opts)], None
+    status, value, models = difftest.parse(p.stdout)
+    models = [tuple(int(w) for w in words) for _, words in models]
     n = len(doc.variables)
     if status == "UNSUPPORTED":
         lines = p.stdout.splitlines()
         after = lines[lines.index("s UNSUPPORTED") + 1:] + [""]
         return [], re.sub(r"\d+", "N", after[0][2:].strip()) or "no reason given"
     problems = []
-    if opts == ALL_SOLUTIONS:
-        full = [s + (0,) * doc.dummies for s in solutions]
+    if opts == ["-d"]:
         if status == "UNSAT" and not solutions:
             return [], None
         if status not in ("UNKNOWN", "SAT"):
             problems.append("zelk -d: status %s" % status)
-        if len(set(models)) != len(models):
-            problems.append("zelk -d: %d solutions printed, %d of them distinct"
-                            % (len(models), len(set(models))))
-        missing = set(full) - set(models)
-        wrong = set(models) - set(full)
-        if missing or wrong:
-            problems.append("zelk -d: %d solutions printed, brute force has %d; missing %s, "
-                            "not solutions %s" % (len(set(models)), len(full),
-                                                  sorted(missing)[:3], sorted(wrong)[:3]))
-        return problems, None
+        return problems + difftest.compare_solutions(
+            models, [s + (0,) * doc.dummies for s in solutions]), None
     if status in ("SAT", "OPTIMUM"):
-        c = subprocess.run([sys.executable, args.checker, path], input=p.stdout,
+        c = subprocess.run([sys.executable, checker, path], input=p.stdout,
                            capture_output=True, text=True)
         if c.returncode != 0:
-            problems.append("zelk %s: %s" % (label, (c.stdout + c.stderr)
-                                                           .strip()[:300]))
+            problems.append("%s: %s" % (label, (c.stdout + c.stderr).strip()[:300]))
         if models and not (len(models[-1]) == n + doc.dummies and bf.satisfied(models[-1][:n])
                            and not any(models[-1][n:])):
-            problems.append("zelk %s: last model %s is not a solution" % (label, models[-1]))
+            problems.append("%s: last model %s is not a solution" % (label, models[-1]))
     answer = (status, value if status == "OPTIMUM" else None)
     if status == "UNKNOWN":
-        problems.append("zelk %s: no answer" % label)
+        problems.append("%s: no answer" % label)
     elif answer != expected:
-        problems.append("zelk %s says %s, brute force %s" % (label, answer_text(answer),
-                                                             answer_text(expected)))
+        problems.append("%s says %s, brute force %s" % (label, difftest.answer_text(answer),
+                                                        difftest.answer_text(expected)))
     return problems, None
 
 
-def answer_text(ans):
-    return ans[0] + ("=%d" % ans[1] if ans[0] == "OPTIMUM" else "")
-
-
-def test_document(seed, doc, args, tmpdir, tag=None):
-    """(problems, reasons of the refused runs, runs) of one document."""
-    tag = tag or "s%d" % seed
-    path = os.path.join(tmpdir, tag + ".xml")
+def test_document(seed, doc, args, tmpdir):
+    path = os.path.join(tmpdir, "s%d.xml" % seed)
     with open(path, "w") as f:
         f.write(doc.text())
     bf = BruteForce(doc)
     expected, solutions = brute_force(bf)
-    option_sets = list(OPTION_SETS)
-    if solutions is not None:
-        option_sets.append(ALL_SOLUTIONS)
-    problems = []
-    refused = []
+    option_sets = OPTION_SETS + ([["-d"]] if solutions is not None else [])
+    result = difftest.Result(runs=len(option_sets))
     for opts in option_sets:
-        p = run_zelk(args, seed, opts, path)
-        probs, reason = check_run(doc, bf, expected, solutions, p, path, opts, args)
-        problems += probs
-        refused += [reason] if reason else []
-    return problems, refused, len(option_sets)
+        p = difftest.run([args.zelk, "-F", "xcsp", "-s", str(seed)] + opts + [path])
+        probs, reason = check_run(doc, bf, expected, solutions, p, path, opts, args.checker)
+        result.problems += probs
+        result.refused += [reason] if reason else []
+    return result
 
-
-# ---- main ------------------------------------------------------------------------------
 
 def main():
-    ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    ap.add_argument("--zelk", default="zelk")
+    ap = difftest.arguments(__doc__, seeds="1:500")
     ap.add_argument("--checker", required=True)
-    ap.add_argument("--seeds", default="1:500", help="first:last, both included")
-    ap.add_argument("--seed", type=int, default=None, help="one seed only")
-    ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--show", action="store_true", help="print each document")
-    ap.add_argument("--large", action="store_true", help="larger documents, for long runs")
-    ap.add_argument("--large-every", type=int, default=0, metavar="N",
-                    help="a large document for each seed divisible by N")
+    difftest.large_arguments(ap)
     args = ap.parse_args()
-    args.zelk = os.path.abspath(args.zelk)
     args.checker = os.path.abspath(args.checker)
-    if args.seed is not None:
-        seeds = [args.seed]
-    else:
-        first, last = (int(x) for x in args.seeds.split(":"))
-        seeds = list(range(first, last + 1))
 
-    t0 = time.monotonic()
-    tmpdir = tempfile.mkdtemp(prefix="xcsp_differential.")
-    failures = []
-    refused_docs = refused_runs = runs = 0
-    reasons = collections.Counter()
-    try:
-        def one(seed):
-            doc = generate(seed, args.large or (args.large_every > 0 and
-                                                seed % args.large_every == 0))
-            if args.show:
-                print("---- seed %d\n%s" % (seed, doc.text()), end="")
-            return (seed, doc) + test_document(seed, doc, args, tmpdir)
-
-        with ThreadPoolExecutor(max(1, args.jobs)) as pool:
-            for seed, doc, problems, refused, n in pool.map(one, seeds):
-                runs += n
-                refused_runs += len(refused)
-                refused_docs += bool(refused)
-                reasons.update(set(refused))
-                if problems:
-                    failures.append((seed, doc, problems))
-        for seed, doc, problems in failures:
-            print("FAIL seed %d" % seed)
-            for p in problems:
-                print("  " + p)
-            print("  document:")
-            print("".join("    " + line + "\n" for line in doc.text().splitlines()), end="")
-            print("  replay: python3 %s --zelk %s --checker %s --seed %d%s"
-                  % (os.path.abspath(__file__), args.zelk, args.checker, seed,
-                     " --large" if args.large else
-                     " --large-every %d" % args.large_every if args.large_every else ""))
-    finally:
-        shutil.rmtree(tmpdir, ignore_errors=True)
-    print("xcsp differential: %d documents, seeds %d..%d, %d option sets (+ -d for up to "
-          "%d solutions), %.1f s" % (len(seeds), seeds[0], seeds[-1], len(OPTION_SETS),
-                                  MAX_ENUMERATED, time.monotonic() - t0))
-    print("refused (s UNSUPPORTED): %d documents, %d of %d runs"
-          % (refused_docs, refused_runs, runs))
-    for reason, count in reasons.most_common():
-        print("  %4d documents: %s" % (count, reason))
-    too_many = refused_docs > MAX_REFUSED_SHARE * len(seeds)
-    if too_many:
-        print("FAIL: more than a quarter of the documents refused")
-    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures)))
-    return 1 if failures or too_many else 0
+    def doc(seed):
+        return generate(seed, difftest.is_large(args, seed))
+    return difftest.campaign(
+        "xcsp differential", args, lambda seed: doc(seed).text(),
+        lambda seed, tmpdir: test_document(seed, doc(seed), args, tmpdir),
+        lambda seed: "--checker %s%s" % (args.checker, " --large" if difftest.is_large(args, seed)
+                                          else ""), max_refused=0.25)
 
 
 if __name__ == "__main__":
