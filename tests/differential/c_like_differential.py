@@ -1,51 +1,26 @@
 #!/usr/bin/env python3
 """Randomised differential test of zelk's answers to C-like models.
 
-    c_like_differential.py --zelk ZELK [--seeds 1:200] [--seed N] [--show]
-                           [--large] [--large-every N]
-
-Each seed gives one small random model: 2 to 5 variables declared in the forms
-of the language (bool, ranges, from:step:to, value lists, several names per
-declaration), sometimes an objective, and 1 to 5 constraints: expressions over
-every operator, printed with and without parentheses so that the grammar's
-precedence is exercised (a text that the checker's parser refuses, as a < b < c,
-must be a syntax error for zelk too), and the predicates all_diff, !overlap, sub_interval and
-!sub_interval. Brute force over all assignments, with the evaluator of
-tests/tools/c_like_checker.py on its own parse of the same text, gives the
-status, the optimum and the solutions.
-
-zelk solves each model under two of the option sets of the other differential
-tests, chosen by the seed, and once with -d when it has no objective and at most
-400 solutions. A
-satisfiable answer must pass the checker; an optimum must be brute force's; an
-unsatisfiable answer must be brute force's and its refutation is checked with
--G -V; -d must print exactly the solutions. "s UNSUPPORTED" is no failure
-(values outside 0..31 are refused by design), nor is the exception that refuses a
-logical operand that can be neither 0 nor 1; but more than 40% refused fails
-the run, since the test would then cover too little.
-
---large makes models of 6 or 7 variables and 5 to 9 short constraints, which
-need real search, and --large-every N makes one for each seed divisible by N.
-A failure prints the seed, the model and the command that replays it (with
---large for a large one). The last
-line reads "N passed, N failed".
+Random models of 2 to 5 variables in every declaration form, sometimes an objective,
+and expressions over every operator, printed with and without parentheses to exercise
+precedence (a text the checker's parser refuses, as a < b < c, must be a syntax error
+for zelk too), and the predicates. Brute force with c_like_checker's evaluator on its
+own parse gives status, optimum and solutions. Two option sets chosen by the seed, and
+-d when there is no objective and few solutions. Refusals (values outside 0..31, a
+logical operand that can be neither 0 nor 1) are no failure, but more than 40% are.
+--large: 6 or 7 variables and 5 to 9 short constraints, which need real search.
 """
-import argparse
 import itertools
 import os
 import random
-import subprocess
 import sys
-import tempfile
+
+import difftest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tools"))
 import c_like_checker as checker  # noqa: E402
 
-OPTION_SETS = [[], ["-G", "-V"], ["-m"], ["-j", "0"], ["-r", "0"]]
-RUN_TIMEOUT = 30.0
-MAX_ENUMERATED = 400   # each solution found adds a clause: thousands take long with -d
-MAX_REFUSED_SHARE = 0.40
 NAMES = ["x", "y", "z", "a_1", "B", "t0", "_u"]
 # Subtraction and division are often refused (a value below 0, a divisor that can
 # be 0): they come less often, so that most models are solved.
@@ -200,28 +175,18 @@ def brute_force(text):
 # ---- runs --------------------------------------------------------------------------
 
 def run(zelk, options, path):
-    try:
-        p = subprocess.run([zelk, "-F", "c", "-s", "1"] + options + [path], capture_output=True,
-                           text=True, timeout=RUN_TIMEOUT)
-    except subprocess.TimeoutExpired:
-        return None, ""
-    return p.returncode, p.stdout + p.stderr
-
-
-def status_of(out):
-    lines = [l[2:].strip() for l in out.splitlines() if l.startswith("s ")]
-    return lines[-1] if lines else None
+    p = difftest.run([zelk, "-F", "c", "-s", "1"] + options + [path])
+    return (None, "") if p is None else (p.returncode, p.stdout + p.stderr)
 
 
 def refused(code, out):
     # "s UNSUPPORTED", or the exception that refuses an operand of a logical
     # operator that can be neither 0 nor 1.
-    return ((code == 0 and status_of(out) == "UNSUPPORTED")
+    return ((code == 0 and difftest.parse(out)[0] == "UNSUPPORTED")
             or (code == 1 and "in a boolean context" in out))
 
 
 def check_seed(zelk, seed, directory, large):
-    """Returns (refused, problems)."""
     text = make_model(seed, large)
     path = os.path.join(directory, "m%d.c" % seed)
     with open(path, "w") as f:
@@ -232,93 +197,54 @@ def check_seed(zelk, seed, directory, large):
         # Text outside the language (a < b < c, --x): zelk must refuse it as well.
         code, out = run(zelk, [], path)
         if code == 1 and "syntax error" in out and "Parsing failed" in out:
-            return False, []
+            return difftest.Result(runs=1)
         # Building goes along with parsing: an earlier statement may be refused first.
         if refused(code, out):
-            return True, []
-        return False, ["the checker reads no model (%s), zelk answers with exit status %s:\n%s"
-                       % (e, code, out.strip()[-300:])]
-    rng = random.Random(seed * 7919)
-    option_sets = rng.sample(OPTION_SETS, 2)
-    if objective is None and len(solutions) <= MAX_ENUMERATED:
+            return difftest.Result(refused=["refused"], runs=1)
+        return difftest.Result(["the checker reads no model (%s), zelk answers with exit "
+                                "status %s:\n%s" % (e, code, out.strip()[-300:])], runs=1)
+    option_sets = random.Random(seed * 7919).sample(difftest.OPTION_SETS, 2)
+    if objective is None and len(solutions) <= difftest.MAX_ENUMERATED:
         option_sets.append(["-d"])
-    problems = []
+    result = difftest.Result(runs=len(option_sets))
     for options in option_sets:
         code, out = run(zelk, options, path)
         where = "with %s" % (" ".join(options) or "no option")
         if code is None:
-            problems.append("%s: no answer within %d s" % (where, RUN_TIMEOUT))
+            result.problems.append("%s: no answer within %d s" % (where, difftest.RUN_TIMEOUT))
             continue
         if refused(code, out):
-            return True, []
+            return difftest.Result(refused=["refused"], runs=result.runs)
         if code != 0:
-            problems.append("%s: exit status %d: %s" % (where, code, out.strip()[-300:]))
+            result.problems.append("%s: exit status %d: %s" % (where, code, out.strip()[-300:]))
             continue
-        status = status_of(out)
-        wrong = checker.check(text, out)
-        if wrong:
-            problems.append("%s: %s" % (where, "; ".join(wrong)))
+        status, value, models = difftest.parse(out)
+        result.problems += ["%s: %s" % (where, w) for w in checker.check(text, out)]
         if options == ["-d"]:
-            printed = sorted(tuple(int(w) for w in l.split()[1:])
-                             for l in out.splitlines() if l == "v" or l.startswith("v "))
-            if printed != sorted(solutions):
-                problems.append("-d printed %d solutions, brute force finds %d"
-                                % (len(printed), len(solutions)))
-            continue
-        if not solutions:
-            if status != "UNSATISFIABLE":
-                problems.append("%s: %s, brute force finds no solution" % (where, status))
+            result.problems += difftest.compare_solutions(
+                [tuple(int(w) for w in words) for _, words in models], solutions)
+        elif not solutions:
+            if status != "UNSAT":
+                result.problems.append("%s: %s, brute force finds no solution" % (where, status))
         elif objective is None:
-            if status != "SATISFIABLE":
-                problems.append("%s: %s, brute force finds %d solutions" % (where, status, len(solutions)))
-        else:
-            exhausted = "==== no more values to try ====" in out
-            if status != "OPTIMUM FOUND" and not exhausted:
-                problems.append("%s: %s, brute force's optimum is %d" % (where, status, best))
-            values = [int(l.split()[1]) for l in out.splitlines() if l.startswith("o ")]
-            if not values or values[-1] != best:
-                problems.append("%s: last o line %s, brute force's optimum is %d"
-                                % (where, values[-1] if values else "missing", best))
-    return False, problems
+            if status != "SAT":
+                result.problems.append("%s: %s, brute force finds %d solutions"
+                                       % (where, status, len(solutions)))
+        elif status != "OPTIMUM" or value != best:
+            result.problems.append("%s: %s, last o line %s, brute force's optimum is %d"
+                                   % (where, status, value, best))
+    return result
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--zelk", required=True)
-    parser.add_argument("--seeds", default="1:200", help="FIRST:LAST, both included")
-    parser.add_argument("--seed", type=int, help="one seed only")
-    parser.add_argument("--show", action="store_true", help="print the model of --seed")
-    parser.add_argument("--large", action="store_true", help="only large models")
-    parser.add_argument("--large-every", type=int, default=0, help="a large model for each seed divisible by N")
-    args = parser.parse_args()
-    if args.seed is not None:
-        seeds = [args.seed]
-        if args.show:
-            print(make_model(args.seed, args.large), end="")
-            return 0
-    else:
-        first, last = (int(s) for s in args.seeds.split(":"))
-        seeds = list(range(first, last + 1))
-    passed = failed = refused = 0
-    with tempfile.TemporaryDirectory() as directory:
-        for seed in seeds:
-            large = args.large or (args.large_every > 0 and seed % args.large_every == 0)
-            was_refused, problems = check_seed(args.zelk, seed, directory, large)
-            refused += was_refused
-            if problems:
-                failed += 1
-                print(("FAIL seed %d:\n  %s\n--- model ---\n%s--- replay: %s --zelk %s --seed %d"
-                       + (" --large" if large else ""))
-                      % (seed, "\n  ".join(problems), make_model(seed, large), sys.argv[0], args.zelk, seed))
-            else:
-                passed += 1
-    print("%d refused as unsupported" % refused)
-    if refused > MAX_REFUSED_SHARE * len(seeds):
-        print("more than %d%% of the models refused: the test covers too little"
-              % int(MAX_REFUSED_SHARE * 100))
-        failed += 1
-    print("%d passed, %d failed" % (passed, failed))
-    return 1 if failed else 0
+    ap = difftest.arguments(__doc__, seeds="1:200")
+    difftest.large_arguments(ap)
+    args = ap.parse_args()
+    return difftest.campaign(
+        "c-like differential", args,
+        lambda seed: make_model(seed, difftest.is_large(args, seed)),
+        lambda seed, tmpdir: check_seed(args.zelk, seed, tmpdir, difftest.is_large(args, seed)),
+        lambda seed: "--large" if difftest.is_large(args, seed) else "", max_refused=0.40)
 
 
 if __name__ == "__main__":

@@ -1,33 +1,17 @@
 #!/usr/bin/env python3
 """Randomised differential test of zelk's FlatZinc answers against Gecode.
 
-    fzn_differential.py --zelk ZELK [--gecode fzn-gecode] [--seeds 1:300] [--seed N]
-                        [--jobs 2] [--show]
-
-Each seed gives one small random FlatZinc model, every value within 0..31: integer
-and Boolean variables over ranges and sets, arrays of variables (fresh or over
-other variables), aliases of variables and of constants, intermediate variables
-defined by a constraint's defines_var, and constraints drawn from zelk's predicate
-table: comparisons and their reified forms, Boolean connectives, clauses, linear
-sums (plain and reified), plus, times, div, mod, min, max, abs, the four element
-forms, all_different, tables and zelk's interval predicates; sometimes an
-objective to minimize or maximize. Every variable of the model's own is an output,
-so that the solutions that two solvers print can be compared as sets.
-
-fzn-gecode reads the same model, with zelk's own predicates rewritten into
-standard ones. zelk (-F fzn) must agree with Gecode on the status and the optimum;
-zelk -d must print the same solutions as Gecode -a, each once; every solution zelk
-prints must pass tests/tools/fzn_checker.py; every UNSAT of zelk is run again with
--G -V, which validates the refutation. When the two solvers disagree, the checker's
-own enumeration of the model says which is right. A model that zelk refuses as
-unsupported (the "% UNSUPPORTED" lines) counts as a refusal, not a failure; more
-than a quarter of the models refused fails the run.
-
-A failure prints the seed, the model and the command that replays it. Standard
-library only; the last line reads "N passed, N failed".
+Random models within 0..31: int and bool variables over ranges and sets, arrays, aliases,
+intermediate variables defined by defines_var, and constraints from zelk's predicate
+table (comparisons and reified forms, Boolean connectives, linear sums, arithmetic,
+element, all_different, tables, zelk's interval predicates), sometimes an objective.
+Every variable of the model's own is an output, so solutions compare as sets.
+fzn-gecode gets the same model with zelk's predicates rewritten into standard ones.
+zelk must agree on status and optimum, -d must print Gecode -a's solutions, each
+once, every solution must pass fzn_checker, and every UNSAT is replayed with -G -V;
+the checker's enumeration decides a disagreement. "% UNSUPPORTED" is a refusal,
+more than a quarter of them fails the run. Models kept in fzn_cases/ run first.
 """
-import argparse
-import collections
 import os
 import random
 import re
@@ -35,18 +19,17 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
-from concurrent.futures import ThreadPoolExecutor
+
+import difftest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 CHECKER = os.path.join(HERE, "..", "tools", "fzn_checker.py")
 sys.path.insert(0, os.path.join(HERE, "..", "tools"))
 import fzn_checker  # noqa: E402  (the oracle of a disagreement)
 
-OPTION_SETS = [[], ["-m"], ["-j", "0"], ["-r", "0"], ["-D"], ["-a", "-a"]]   # -a twice: no all-different detection
+# -a twice: no all-different detection; one of them per seed besides the defaults
+OPTION_SETS = [[], ["-m"], ["-j", "0"], ["-r", "0"], ["-D"], ["-a", "-a"]]
 MAX_ENUMERATED = 300
-RUN_TIMEOUT = 30.0
-MAX_REFUSED_SHARE = 0.25
 
 
 # ---- models ------------------------------------------------------------------------------
@@ -393,6 +376,7 @@ def model_text(g, gecode=False):
     return "\n".join(lines) + "\n"
 
 
+
 # ---- answers -------------------------------------------------------------------------------
 
 def parse_answer(out, objective):
@@ -409,10 +393,9 @@ def parse_answer(out, objective):
             announced = int(m.group(1))
         elif s == "----------":
             solutions.append(tuple(sorted(current)))
-            current = []
-            status = "SAT"
+            current, status = [], "SAT"
         elif s == "==========":
-            status = "OPTIMUM" if objective else "ALL"
+            status = "OPTIMUM" if objective else "SAT"
         elif s == "=====UNSATISFIABLE=====":
             status = "UNSAT"
         elif s and not s.startswith("%"):
@@ -427,18 +410,15 @@ def parse_answer(out, objective):
     return status, optimum, solutions, None
 
 
-def run(cmd, path):
-    try:
-        p = subprocess.run(cmd + [path], capture_output=True, text=True, timeout=RUN_TIMEOUT)
-    except subprocess.TimeoutExpired:
-        return None
-    return p
+def checker_model(text):
+    model = fzn_checker.read_model(text)
+    return model, fzn_checker.Extension(model, [fzn_checker.Constraint(*c)
+                                                for c in model.constraints])
 
 
 def oracle(text):
-    """(status, optimum, solutions) by the checker's enumeration of the model."""
-    model = fzn_checker.read_model(text)
-    ext = fzn_checker.Extension(model, [fzn_checker.Constraint(*c) for c in model.constraints])
+    """(status, optimum, number of solutions) by the checker's enumeration of the model."""
+    model, ext = checker_model(text)
     found = []
 
     def walk(values, domains, queue):
@@ -466,24 +446,91 @@ def oracle(text):
 def objective_by_checker(text, out):
     """The objective of the last printed solution, when the model keeps it unprinted
     (-D announces no value): intermediate variables are functions of the outputs."""
-    model = fzn_checker.read_model(text)
-    ext = fzn_checker.Extension(model, [fzn_checker.Constraint(*c) for c in model.constraints])
-    solutions = fzn_checker.read_output(out)[0]
-    full = fzn_checker.check_solution(model, ext, solutions[-1], "last solution", None)
+    model, ext = checker_model(text)
+    full = fzn_checker.check_solution(model, ext, fzn_checker.read_output(out)[0][-1],
+                                      "last solution", None)
     return fzn_checker.value_of(model.objective[0], full)
 
 
-def check_checker(path, out, label):
-    p = subprocess.run([sys.executable, CHECKER, path], input=out, capture_output=True, text=True)
-    if p.returncode != 0:
-        return ["zelk %s: %s" % (label, (p.stdout + p.stderr).strip()[:400])]
-    return []
+def test_texts(tag, seed, ztext, gtext, objective, args, tmpdir):
+    """(Result, Gecode's status) of a model given as zelk's and as Gecode's text."""
+    zpath, gpath = (os.path.join(tmpdir, tag + ext) for ext in (".fzn", ".gecode.fzn"))
+    for path, text in ((zpath, ztext), (gpath, gtext)):
+        with open(path, "w") as f:
+            f.write(text)
+    gp = difftest.run([args.gecode, gpath])
+    if gp is None or gp.returncode != 0:
+        return difftest.Result(["gecode failed: %s" % (gp.stderr.strip()[:300] if gp
+                                                       else "timeout")]), "NONE"
+    gstatus, gopt, _, _ = parse_answer(gp.stdout, objective)
+    gsols = None
+    if not objective and gstatus == "SAT":
+        ga = difftest.run([args.gecode, "-a", gpath])
+        if ga is not None and ga.returncode == 0:
+            sols = parse_answer(ga.stdout, None)[2]
+            gsols = sols if len(sols) <= MAX_ENUMERATED else None
+    expected = (gstatus, gopt)
+    extra = OPTION_SETS[seed % len(OPTION_SETS)]
+    option_sets = [[]] + ([extra] if extra else []) + ([["-d"]] if gsols is not None else [])
+    result, disagreements = difftest.Result(), []
+    for opts in option_sets:
+        label = "zelk " + difftest.label(opts)
+        zelk = [args.zelk, "-F", "fzn", "-s", str(seed)]
+        p = difftest.run(zelk + opts + [zpath])
+        result.runs += 1
+        if difftest.broken(p, opts):
+            result.problems.append(difftest.broken(p, opts))
+            continue
+        status, opt, sols, reason = parse_answer(p.stdout, objective)
+        if status == "REFUSED":
+            result.refused.append(reason)
+            return result, gstatus
+        if sols:
+            c = subprocess.run([sys.executable, CHECKER, zpath], input=p.stdout,
+                               capture_output=True, text=True)
+            if c.returncode != 0:
+                result.problems.append("%s: %s" % (label, (c.stdout + c.stderr).strip()[:400]))
+        if opts == ["-d"]:
+            found = difftest.compare_solutions(sols, gsols, "Gecode -a")
+            result.problems += [x for x in found if "distinct" in x]
+            disagreements += [(x, ("SAT" if sols else "UNSAT", None, len(set(sols))))
+                              for x in found if "distinct" not in x]
+            continue
+        if status == "OPTIMUM" and opt is None and sols:
+            try:
+                opt = objective_by_checker(ztext, p.stdout)
+            except fzn_checker.CheckError as e:
+                result.problems.append("%s: no objective value: %s" % (label, e))
+        if status == "UNSAT":
+            v = difftest.run(zelk + ["-G", "-V", zpath])
+            result.runs += 1
+            if v is None or v.returncode != 0 or "=====UNSATISFIABLE=====" not in v.stdout:
+                result.problems.append("zelk -G -V: refutation not validated: %s" % (
+                    (v.stdout + v.stderr).strip()[-300:] if v else "timeout"))
+        if (status, opt) != expected:
+            disagreements.append(("%s says %s, Gecode %s" % (
+                label, difftest.answer_text((status, opt)), difftest.answer_text(expected)),
+                (status, opt, None)))
+    if disagreements:
+        # the checker's own enumeration decides; zelk is at fault only where it differs
+        try:
+            truth = oracle(ztext)
+        except fzn_checker.CheckError as e:
+            truth = None
+            result.problems.append("checker's enumeration failed: %s" % e)
+        if truth is None or any(answer[:2] != truth[:2] or answer[2] not in (None, truth[2])
+                                for _, answer in disagreements):
+            result.problems += [message for message, _ in disagreements]
+            if truth is not None:
+                result.problems.append("checker's enumeration: %s %s, %d solution(s)" % truth)
+        elif not result.problems:
+            result.note = "Gecode's answer differs from the checker's enumeration, zelk's agrees"
+    return result, gstatus
 
 
 def test_model(seed, g, args, tmpdir):
-    """(problems, refusal reason or None, runs, Gecode's status)."""
     return test_texts("s%d" % seed, seed, model_text(g), model_text(g, gecode=True),
-                      g.objective, args, tmpdir)
+                      g.objective, args, tmpdir)[0]
 
 
 def test_case(path, args, tmpdir):
@@ -495,113 +542,12 @@ def test_case(path, args, tmpdir):
     gtext = ztext.replace("zelk_table_int(", "gecode_table_int(").replace(
         "zelk_table_bool(", "gecode_table_bool(")
     tag = os.path.splitext(os.path.basename(path))[0]
-    return test_texts(tag, 1, ztext, gtext, objective, args, tmpdir)
+    return test_texts(tag, 1, ztext, gtext, objective, args, tmpdir)[0]
 
-
-def test_texts(tag, seed, ztext, gtext, objective, args, tmpdir):
-    zpath = os.path.join(tmpdir, "%s.fzn" % tag)
-    gpath = os.path.join(tmpdir, "%s.gecode.fzn" % tag)
-    with open(zpath, "w") as f:
-        f.write(ztext)
-    with open(gpath, "w") as f:
-        f.write(gtext)
-    problems, disagreements = [], []
-    gp = run([args.gecode], gpath)
-    if gp is None or gp.returncode != 0:
-        return ["gecode failed: %s" % (gp.stderr.strip()[:300] if gp else "timeout")], None, 0, \
-            "NONE"
-    gstatus, gopt, _, _ = parse_answer(gp.stdout, objective)
-    if gstatus == "ALL":
-        gstatus = "SAT"
-    gsols = None
-    if not objective and gstatus == "SAT":
-        ga = run([args.gecode, "-a"], gpath)
-        if ga is not None and ga.returncode == 0:
-            _, _, sols, _ = parse_answer(ga.stdout, None)
-            gsols = sols if len(sols) <= MAX_ENUMERATED else None
-    expected = (gstatus, gopt)
-
-    extra = OPTION_SETS[seed % len(OPTION_SETS)]
-    option_sets = [[]] + ([extra] if extra else [])
-    if gsols is not None:
-        option_sets.append(["-d"])
-    runs = 0
-    for opts in option_sets:
-        label = " ".join(opts) or "defaults"
-        cmd = [args.zelk, "-F", "fzn", "-s", str(seed)] + opts
-        p = run(cmd, zpath)
-        runs += 1
-        if p is None:
-            problems.append("zelk %s: no answer within %.0f s" % (label, RUN_TIMEOUT))
-            continue
-        if p.returncode != 0 or p.stderr.strip() or "Exception(" in p.stdout:
-            problems.append("zelk %s: exit status %d, stderr %r, output tail %r"
-                            % (label, p.returncode, p.stderr[-300:], p.stdout[-300:]))
-            continue
-        status, opt, sols, reason = parse_answer(p.stdout, objective)
-        if status == "REFUSED":
-            return problems, reason, runs, gstatus
-        if sols:
-            problems += check_checker(zpath, p.stdout, label)
-        if opts == ["-d"]:
-            if len(set(sols)) != len(sols):
-                problems.append("zelk -d: %d solutions printed, %d of them distinct"
-                                % (len(sols), len(set(sols))))
-            missing, wrong = set(gsols) - set(sols), set(sols) - set(gsols)
-            if missing or wrong:
-                disagreements.append((
-                    "zelk -d: %d solutions, Gecode -a %d; missing %s, extra %s"
-                    % (len(set(sols)), len(gsols), sorted(missing)[:2], sorted(wrong)[:2]),
-                    ("SAT" if sols else "UNSAT", None, len(set(sols)))))
-            continue
-        if status == "ALL":
-            status = "SAT"
-        if status == "OPTIMUM" and opt is None and sols:
-            try:
-                opt = objective_by_checker(ztext, p.stdout)
-            except fzn_checker.CheckError as e:
-                problems.append("zelk %s: no objective value: %s" % (label, e))
-        if status == "UNSAT":
-            v = run([args.zelk, "-F", "fzn", "-s", str(seed), "-G", "-V"], zpath)
-            if v is None or v.returncode != 0 or "=====UNSATISFIABLE=====" not in v.stdout:
-                problems.append("zelk -G -V: refutation not validated: %s"
-                                % ((v.stdout + v.stderr).strip()[-300:] if v else "timeout"))
-            runs += 1
-        if (status, opt) != expected:
-            disagreements.append(("zelk %s says %s, Gecode %s"
-                                  % (label, answer_text((status, opt)), answer_text(expected)),
-                                  (status, opt, None)))
-    if disagreements:
-        # the checker's own enumeration decides; zelk is at fault only where it differs
-        try:
-            truth = oracle(ztext)
-        except fzn_checker.CheckError as e:
-            truth = None
-            problems.append("checker's enumeration failed: %s" % e)
-        if truth is None or any(answer[:2] != truth[:2] or answer[2] not in (None, truth[2])
-                                for _, answer in disagreements):
-            problems += [message for message, _ in disagreements]
-            if truth is not None:
-                problems.append("checker's enumeration: %s %s, %d solution(s)" % truth)
-        elif not problems:
-            return [], None, runs, "PEER_WRONG"
-    return problems, None, runs, gstatus
-
-
-def answer_text(ans):
-    return ans[0] + ("=%s" % ans[1] if ans[0] == "OPTIMUM" else "")
-
-
-# ---- main ------------------------------------------------------------------------------
 
 def main():
-    ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    ap.add_argument("--zelk", default="zelk")
+    ap = difftest.arguments(__doc__)
     ap.add_argument("--gecode", default="fzn-gecode")
-    ap.add_argument("--seeds", default="1:300", help="first:last, both included")
-    ap.add_argument("--seed", type=int, default=None, help="one seed only")
-    ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--show", action="store_true", help="print each model")
     ap.add_argument("--cases", default=os.path.join(HERE, "fzn_cases"),
                     help="folder of kept models, each run before the random ones")
     args = ap.parse_args()
@@ -609,72 +555,21 @@ def main():
     if shutil.which(args.gecode) is None:
         print("skipped: %s not found" % args.gecode)
         return 77
-    if args.seed is not None:
-        seeds = [args.seed]
-    else:
-        first, last = (int(x) for x in args.seeds.split(":"))
-        seeds = list(range(first, last + 1))
-
-    t0 = time.monotonic()
-    tmpdir = tempfile.mkdtemp(prefix="fzn_differential.")
-    failures = []
-    refused = runs = failed_cases = 0
-    reasons = collections.Counter()
-    statuses = collections.Counter()
-    try:
-        def one(seed):
-            g = generate(seed)
-            if args.show:
-                print("---- seed %d\n%s" % (seed, model_text(g)), end="")
-            return (seed, g) + test_model(seed, g, args, tmpdir)
-
-        cases = sorted(os.path.join(args.cases, f) for f in os.listdir(args.cases)
-                       if f.endswith(".fzn")) if os.path.isdir(args.cases) else []
-        if args.seed is not None:
-            cases = []
-        for path in cases:
-            problems, reason, n, _ = test_case(path, args, tmpdir)
-            runs += n
-            print("%s case %s%s" % ("FAIL" if problems else "ok  ", os.path.basename(path),
-                                    " (refused: %s)" % reason if reason else ""))
-            for p in problems:
+    failed_cases = 0
+    if args.seed is None and os.path.isdir(args.cases):
+        tmpdir = tempfile.mkdtemp(prefix="fzn_cases.")
+        for name in sorted(f for f in os.listdir(args.cases) if f.endswith(".fzn")):
+            r = test_case(os.path.join(args.cases, name), args, tmpdir)
+            print("%s case %s%s" % ("FAIL" if r.problems else "ok  ", name,
+                                    " (refused: %s)" % r.refused[0] if r.refused else ""))
+            for p in r.problems:
                 print("  " + p)
-            failed_cases += bool(problems)
-        with ThreadPoolExecutor(max(1, args.jobs)) as pool:
-            for seed, g, problems, reason, n, gstatus in pool.map(one, seeds):
-                runs += n
-                statuses[gstatus] += 1
-                if gstatus == "PEER_WRONG":
-                    print("note seed %d: Gecode's answer differs from the checker's enumeration, "
-                          "zelk's agrees" % seed)
-                if reason:
-                    refused += 1
-                    reasons[reason] += 1
-                if problems:
-                    failures.append((seed, g, problems))
-        for seed, g, problems in failures:
-            print("FAIL seed %d" % seed)
-            for p in problems:
-                print("  " + p)
-            print("  model:")
-            print("".join("    " + line + "\n" for line in model_text(g).splitlines()), end="")
-            print("  replay: python3 %s --zelk %s --gecode %s --seed %d"
-                  % (os.path.abspath(__file__), args.zelk, args.gecode, seed))
-    finally:
+            failed_cases += bool(r.problems)
         shutil.rmtree(tmpdir, ignore_errors=True)
-    print("fzn differential: %d models (Gecode: %s), seeds %d..%d, %d zelk runs, %.1f s"
-          % (len(seeds), ", ".join("%d %s" % (n, s) for s, n in sorted(statuses.items())),
-             seeds[0], seeds[-1], runs, time.monotonic() - t0))
-    print("refused (%% UNSUPPORTED): %d models" % refused)
-    for reason, count in reasons.most_common():
-        print("  %4d models: %s" % (count, reason))
-    too_many = refused > MAX_REFUSED_SHARE * len(seeds)
-    if too_many:
-        print("FAIL: more than a quarter of the models refused")
-    if failed_cases:
-        print("%d kept case(s) of %s failed" % (failed_cases, args.cases))
-    print("%d passed, %d failed" % (len(seeds) - len(failures), len(failures) + failed_cases))
-    return 1 if failures or failed_cases or too_many else 0
+    return difftest.campaign(
+        "fzn differential", args, lambda seed: model_text(generate(seed)),
+        lambda seed, tmpdir: test_model(seed, generate(seed), args, tmpdir),
+        lambda seed: "--gecode %s" % args.gecode, max_refused=0.25, failed_before=failed_cases)
 
 
 if __name__ == "__main__":
