@@ -3,27 +3,20 @@
 
     c_like_checker.py MODEL.c < zelk-output
 
-Reads the model with a parser of its own and every "v" line of the output (the
-declared variables in declaration order). Each model must give every variable a
-value of its declared domain and give every statement the value 1. An "o"
-line must equal the objective evaluated on the model printed after it. A status
-of SATISFIABLE or OPTIMUM FOUND without any model is an error.
-
-The meaning of the language, as written in docs/c-like.md: a statement holds
-when its value is 1 (so `x;` asks x = 1); integers without bound; any value but
-0 is true for !, &&, || and the condition of ?:; / truncates towards zero and % has the sign of the dividend, both give 0
-for a divisor of 0; pow(0, 0) is 0; comparisons and logical operators give 0 or
-1; only the branch of ?: that is taken is evaluated. Predicates: all_diff(x...)
-holds when the values differ pairwise; overlap(s1, l1, s2, l2) when the tasks
-[s1, s1+l1) and [s2, s2+l2) are not apart (s1+l1 <= s2 or s2+l2 <= s1 is apart);
-sub_interval(f1, t1, f2, t2[, k]) when [f1, t1-k] is empty or within [f2, t2].
-
-Exit status 0 when every model is right, 1 with a message otherwise, 2 when the
-model can't be read. Also a module: parse_model and evaluate serve the
-differential test's brute force.
+Every "v" line (the variables in declaration order) must give each variable a value
+of its domain and each statement the value 1; an "o" line must be the objective of
+the model after it; SATISFIABLE or OPTIMUM FOUND needs a model. The language, as
+docs/c-like.md has it: integers without bound; any value but 0 is true; / truncates
+towards zero, % has the dividend's sign, both give 0 for a divisor of 0; pow(0, 0) is
+0; only the branch of ?: taken is evaluated; overlap(s1, l1, s2, l2) holds when
+[s1, s1+l1) and [s2, s2+l2) are not apart; sub_interval(f1, t1, f2, t2[, k]) when
+[f1, t1-k] is empty or within [f2, t2]. Exit status 0, 1 on a wrong model, 2 when the
+model can't be read. parse_model and evaluate also serve the differential test.
 """
 import re
 import sys
+
+from check_common import OPERATORS, answer, trunc_div, trunc_mod
 
 KEYWORDS = {"int", "bool", "unsigned", "abs", "pow", "minimize", "maximize", "min", "max"}
 TOKEN = re.compile(r"""
@@ -217,11 +210,6 @@ def parse_model(text):
     return variables, objective, constraints
 
 
-def trunc_div(a, b):
-    q = abs(a) // abs(b)
-    return q if (a < 0) == (b < 0) else -q
-
-
 def power(x, y):
     if y >= 0:
         return 0 if x == 0 and y == 0 else x ** y
@@ -241,29 +229,10 @@ def evaluate(e, values):
     if kind == "pred":
         return predicate(e[1], [evaluate(a, values) for a in e[2]])
     args = [evaluate(a, values) for a in e[1:]]
-    if kind == "!":
-        return int(args[0] == 0)
-    if kind == "neg":
-        return -args[0]
-    if kind == "abs":
-        return abs(args[0])
-    if kind == "min":
-        return min(args)
-    if kind == "max":
-        return max(args)
-    if kind == "pow":
-        return power(*args)
-    a, b = args
-    if kind == "/":
-        return 0 if b == 0 else trunc_div(a, b)
-    if kind == "%":
-        return 0 if b == 0 else a - b * trunc_div(a, b)
-    return {
-        "+": lambda: a + b, "-": lambda: a - b, "*": lambda: a * b,
-        "==": lambda: int(a == b), "!=": lambda: int(a != b), "<": lambda: int(a < b),
-        ">": lambda: int(a > b), "<=": lambda: int(a <= b), ">=": lambda: int(a >= b),
-        "&&": lambda: int(a != 0 and b != 0), "||": lambda: int(a != 0 or b != 0),
-    }[kind]()
+    if kind in ("/", "%"):
+        return 0 if args[1] == 0 else (trunc_div if kind == "/" else trunc_mod)(*args)
+    unary = {"!": lambda a: int(a == 0), "neg": lambda a: -a, "abs": abs, "pow": power}
+    return unary[kind](*args) if kind in unary else OPERATORS[kind](*args)
 
 
 def predicate(name, args):
@@ -282,35 +251,23 @@ def predicate(name, args):
 def check(text, output):
     """Returns a list of problems; empty when every model of the output is right."""
     variables, objective, constraints = parse_model(text)
-    problems, models, pending_o = [], 0, None
-    status = None
-    for line in output.splitlines():
-        if line.startswith("s "):
-            status = line[2:].strip()
-        elif line.startswith("o "):
-            pending_o = int(line.split()[1])
-        elif line == "v" or line.startswith("v "):
-            models += 1
-            numbers = [int(w) for w in line.split()[1:]]
-            if len(numbers) != len(variables):
-                problems.append("model %d has %d values for %d variables"
-                                % (models, len(numbers), len(variables)))
-                continue
-            values = {}
-            for (name, domain), v in zip(variables, numbers):
-                values[name] = v
-                if v not in domain:
-                    problems.append("model %d: %s = %d is outside its domain" % (models, name, v))
-            for i, c in enumerate(constraints):
-                if evaluate(c, values) != 1:
-                    problems.append("model %d: statement %d doesn't hold" % (models, i + 1))
-            if pending_o is not None and objective is not None:
-                value = evaluate(objective[1], values)
-                if value != pending_o:
-                    problems.append("model %d: o %d, but the objective is %d"
-                                    % (models, pending_o, value))
-            pending_o = None
-    if status in ("SATISFIABLE", "OPTIMUM FOUND") and models == 0:
+    problems = []
+    status, models = answer(output)
+    for k, (claimed, numbers) in enumerate(models, 1):
+        if len(numbers) != len(variables):
+            problems.append("model %d has %d values for %d variables"
+                            % (k, len(numbers), len(variables)))
+            continue
+        values = {name: v for (name, _), v in zip(variables, numbers)}
+        problems += ["model %d: %s = %d is outside its domain" % (k, name, values[name])
+                     for name, domain in variables if values[name] not in domain]
+        problems += ["model %d: statement %d doesn't hold" % (k, i + 1)
+                     for i, c in enumerate(constraints) if evaluate(c, values) != 1]
+        if claimed is not None and objective is not None:
+            value = evaluate(objective[1], values)
+            if value != claimed:
+                problems.append("model %d: o %d, but the objective is %d" % (k, claimed, value))
+    if status in ("SATISFIABLE", "OPTIMUM FOUND") and not models:
         problems.append("status %s without a model" % status)
     return problems
 

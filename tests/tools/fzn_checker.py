@@ -1,25 +1,18 @@
 #!/usr/bin/env python3
 """Independent checker of answers to FlatZinc models; shares no code with the solver.
 
-    fzn_checker.py MODEL.fzn < solver_output
+    fzn_checker.py MODEL.fzn < solver_output      fzn_checker.py --self-test
 
-Reads the model (parameters, variables and arrays of ints and bools over ranges and
-sets of 0..31, aliases, annotations, constraints, the solve item), then the output
-in the FlatZinc protocol: "name = value;" lines, "----------" after each solution,
-and the status lines "==========", "=====UNSATISFIABLE=====" and "=====UNKNOWN=====".
-Lines beginning with "%" are comments, except "% previous objective N", which
-announces the objective of the solution that follows.
-
-Each solution must print every output_var and output_array symbol once (arrays with
-the dimensions of their annotation), each value in its declared domain, and must
-extend to the unprinted variables so that every constraint holds, each evaluated by
-its FlatZinc meaning. For an objective, successive solutions must improve strictly,
-and each announced value must be the objective's value in the solution after it.
-Exits 0 when all holds (also when no solution was printed under a status line),
-otherwise prints what failed and exits 1.
+Each solution of the output ("name = value;" lines closed by "----------"; a comment
+"% previous objective N" announces the objective of the one after it) must print
+every output_var and output_array once, in its domain, and extend to the unprinted
+variables so that every constraint holds by its FlatZinc meaning; objectives must
+improve strictly. Exits 0 when all holds (also for a bare status line), else 1.
 """
 import re
 import sys
+
+from check_common import OPERATORS, trunc_div, trunc_mod
 
 LO, HI = 0, 31
 SEARCH_LIMIT = 200000
@@ -339,11 +332,6 @@ def read_model(text):
 
 # ---- meaning of the predicates -----------------------------------------------------------
 
-def tdiv(a, b):
-    q = abs(a) // abs(b)
-    return q if (a >= 0) == (b >= 0) else -q
-
-
 def lin(cs, xs):
     return sum(c * x for c, x in zip(cs, xs))
 
@@ -363,57 +351,43 @@ def no_sub_interval(x, y, a, b, k=0):
 
 
 PREDICATES = {
-    "int_eq": lambda a, b: a == b,
-    "bool_eq": lambda a, b: a == b,
-    "bool2int": lambda a, b: a == b,
-    "int_ne": lambda a, b: a != b,
-    "bool_not": lambda a, b: a != b,
-    "int_le": lambda a, b: a <= b,
-    "int_lt": lambda a, b: a < b,
-    "bool_le": lambda a, b: a <= b,
-    "bool_lt": lambda a, b: a < b,
-    "int_eq_reif": lambda a, b, r: r == (a == b),
-    "bool_eq_reif": lambda a, b, r: r == (a == b),
-    "int_ne_reif": lambda a, b, r: r == (a != b),
-    "int_le_reif": lambda a, b, r: r == (a <= b),
-    "int_lt_reif": lambda a, b, r: r == (a < b),
-    "bool_le_reif": lambda a, b, r: r == (a <= b),
-    "bool_lt_reif": lambda a, b, r: r == (a < b),
-    "bool_and": lambda a, b, r: r == (a and b),
-    "bool_or": lambda a, b, r: r == (a or b),
-    "bool_xor": lambda a, b, r: r == (a != b),
     "int_plus": lambda a, b, c: a + b == c,
     "int_times": lambda a, b, c: a * b == c,
-    "int_div": lambda a, b, c: b != 0 and tdiv(a, b) == c,
-    "int_mod": lambda a, b, c: b != 0 and a - b * tdiv(a, b) == c,
+    "int_div": lambda a, b, c: b != 0 and trunc_div(a, b) == c,
+    "int_mod": lambda a, b, c: b != 0 and trunc_mod(a, b) == c,
     "int_min": lambda a, b, c: min(a, b) == c,
     "int_max": lambda a, b, c: max(a, b) == c,
     "int_abs": lambda a, b: abs(a) == b,
+    "bool_and": lambda a, b, r: r == (a and b),
+    "bool_or": lambda a, b, r: r == (a or b),
+    "bool_xor": lambda a, b, r: r == (a != b),
     "array_bool_and": lambda xs, r: r == all(xs),
     "array_bool_or": lambda xs, r: r == any(xs),
     "array_bool_xor": lambda xs: sum(xs) % 2 == 1,
     "bool_clause": lambda pos, neg: any(pos) or not all(neg),
-    "array_int_element": element,
-    "array_bool_element": element,
-    "array_var_int_element": element,
-    "array_var_bool_element": element,
     "all_different_int": lambda xs: len(set(xs)) == len(xs),
-    "int_lin_eq": lambda cs, xs, c: lin(cs, xs) == c,
-    "bool_lin_eq": lambda cs, xs, c: lin(cs, xs) == c,
-    "int_lin_le": lambda cs, xs, c: lin(cs, xs) <= c,
-    "bool_lin_le": lambda cs, xs, c: lin(cs, xs) <= c,
-    "int_lin_ne": lambda cs, xs, c: lin(cs, xs) != c,
-    "int_lin_eq_reif": lambda cs, xs, c, r: r == (lin(cs, xs) == c),
-    "int_lin_le_reif": lambda cs, xs, c, r: r == (lin(cs, xs) <= c),
-    "int_lin_ne_reif": lambda cs, xs, c, r: r == (lin(cs, xs) != c),
-    "zelk_table_int": table,
-    "zelk_table_bool": table,
     "zelk_no_overlap": lambda x, a, y, b: x + a <= y or y + b <= x,
     "zelk_sub_interval": lambda x, y, a, b: x > y or (a <= x and y <= b),
-    "zelk_no_sub_interval": no_sub_interval,
-    "zelk_no_sub_interval_k": no_sub_interval,
     "zelk_checker_in": lambda x, s: x in s,
 }
+for op, plain, reified in (("==", "int_eq bool_eq bool2int", "int_eq_reif bool_eq_reif"),
+                           ("!=", "int_ne bool_not", "int_ne_reif"),
+                           ("<=", "int_le bool_le", "int_le_reif bool_le_reif"),
+                           ("<", "int_lt bool_lt", "int_lt_reif bool_lt_reif")):
+    PREDICATES.update({n: OPERATORS[op] for n in plain.split()})
+    PREDICATES.update({n: lambda a, b, r, f=OPERATORS[op]: r == f(a, b) for n in reified.split()})
+for op, plain, reified in (("==", "int_lin_eq bool_lin_eq", "int_lin_eq_reif"),
+                           ("<=", "int_lin_le bool_lin_le", "int_lin_le_reif"),
+                           ("!=", "int_lin_ne", "int_lin_ne_reif")):
+    PREDICATES.update({n: lambda cs, xs, c, f=OPERATORS[op]: f(lin(cs, xs), c)
+                       for n in plain.split()})
+    PREDICATES.update({n: lambda cs, xs, c, r, f=OPERATORS[op]: r == f(lin(cs, xs), c)
+                       for n in reified.split()})
+PREDICATES.update({n: element for n in ("array_int_element", "array_bool_element",
+                                         "array_var_int_element", "array_var_bool_element")})
+PREDICATES.update({n: table for n in ("zelk_table_int", "zelk_table_bool")})
+PREDICATES.update({n: no_sub_interval for n in ("zelk_no_sub_interval",
+                                                 "zelk_no_sub_interval_k")})
 
 
 def scope_of(args):

@@ -3,20 +3,16 @@
 
     xcsp_checker.py FILE.xml < solver_output
 
-Reads the document (domains, variables, relations with supports or conflicts,
-predicates in the functional syntax, constraints over relations, predicates,
-global:alldifferent and global:weightedsum, and the objective written as a
-weighted sum named "Optimize:minimize" or "Optimize:maximize"), then every "v"
-line of the output: one value per variable in declaration order (variables that
-the document announces but never declares come last and must be 0). Each model
-must lie in the declared domains and satisfy every constraint, evaluated in plain
-integer arithmetic; an "o" line must equal the objective on the model that follows
-it, and "o" values must improve strictly. Exits 0 when all holds and there was at
-least one model; otherwise prints what failed and exits 1.
+Every "v" line (values in declaration order, then 0 for each variable announced but
+never declared) must lie in the domains and satisfy every constraint in plain integer
+arithmetic; an "o" line must be the objective of the model after it, improving
+strictly. Exits 0 when all holds and there was a model, else says what failed, exits 1.
 """
 import re
 import sys
 import xml.etree.ElementTree as ET
+
+from check_common import OPERATORS, answer, trunc_div, trunc_mod
 
 
 def fail(message):
@@ -24,44 +20,21 @@ def fail(message):
     sys.exit(1)
 
 
-def trunc_div(a, b):
-    q = abs(a) // abs(b)
-    return q if (a >= 0) == (b >= 0) else -q
-
-
-def trunc_mod(a, b):
-    return a - b * trunc_div(a, b)
-
-
 def power(a, b):
-    if b < 0:
-        fail("pow with a negative exponent")
-    return a ** b
+    return a ** b if b >= 0 else fail("pow with a negative exponent")
 
 
-FUNCTIONS = {
-    "neg": lambda a: -a,
-    "abs": abs,
-    "add": lambda a, b: a + b,
-    "sub": lambda a, b: a - b,
-    "mul": lambda a, b: a * b,
+FUNCTIONS = {name: OPERATORS[op] for name, op in (
+    ("add", "+"), ("sub", "-"), ("mul", "*"), ("min", "min"), ("max", "max"), ("eq", "=="),
+    ("ne", "!="), ("ge", ">="), ("gt", ">"), ("le", "<="), ("lt", "<"), ("and", "&&"),
+    ("or", "||"))}
+FUNCTIONS.update({
+    "neg": lambda a: -a, "abs": abs, "pow": power, "not": lambda a: int(a == 0),
     "div": lambda a, b: trunc_div(a, b) if b else fail("division by 0 in a model"),
     "mod": lambda a, b: trunc_mod(a, b) if b else fail("modulo by 0 in a model"),
-    "pow": power,
-    "min": min,
-    "max": max,
-    "eq": lambda a, b: int(a == b),
-    "ne": lambda a, b: int(a != b),
-    "ge": lambda a, b: int(a >= b),
-    "gt": lambda a, b: int(a > b),
-    "le": lambda a, b: int(a <= b),
-    "lt": lambda a, b: int(a < b),
-    "not": lambda a: int(a == 0),
-    "and": lambda a, b: int(a != 0 and b != 0),
-    "or": lambda a, b: int(a != 0 or b != 0),
     "xor": lambda a, b: int((a != 0) != (b != 0)),
     "iff": lambda a, b: int((a != 0) == (b != 0)),
-}
+})
 
 
 def parse_functional(text):
@@ -211,31 +184,26 @@ def main():
     if len(sys.argv) != 2:
         fail("usage: xcsp_checker.py FILE.xml < solver_output")
     model = instance(sys.argv[1])
-    models = 0
-    claimed = None
     last = None
-    for line in sys.stdin:
-        if line.startswith("o "):
-            claimed = int(line.split()[1])
-        elif line.startswith("v ") or line.rstrip() == "v":
-            values = [int(w) for w in line.split()[1:]]
-            problem = model.check(values)
-            if problem:
-                fail("model %d: %s" % (models + 1, problem))
-            models += 1
-            if claimed is not None:
-                if model.objective is None:
-                    fail("an 'o' line for a document without objective")
-                var, minimize = model.objective
-                actual = values[[n for n, _ in model.variables].index(var)]
-                if actual != claimed:
-                    fail("'o %d' but the objective is %d" % (claimed, actual))
-                if last is not None and (claimed >= last if minimize else claimed <= last):
-                    fail("'o %d' does not improve on %d" % (claimed, last))
-                last, claimed = claimed, None
-    if models == 0:
+    models = answer(sys.stdin.read())[1]
+    for k, (claimed, values) in enumerate(models):
+        problem = model.check(values)
+        if problem:
+            fail("model %d: %s" % (k + 1, problem))
+        if claimed is None:
+            continue
+        if model.objective is None:
+            fail("an 'o' line for a document without objective")
+        var, minimize = model.objective
+        actual = values[[n for n, _ in model.variables].index(var)]
+        if actual != claimed:
+            fail("'o %d' but the objective is %d" % (claimed, actual))
+        if last is not None and (claimed >= last if minimize else claimed <= last):
+            fail("'o %d' does not improve on %d" % (claimed, last))
+        last = claimed
+    if not models:
         fail("no model")
-    print("xcsp_checker: %d model(s) verified" % models)
+    print("xcsp_checker: %d model(s) verified" % len(models))
 
 
 if __name__ == "__main__":
