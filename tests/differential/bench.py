@@ -3,19 +3,10 @@
 
     bench.py --format xcsp|c|fzn --zelk BUILD/zelk --bench DIR [--limit SECONDS]
 
-DIR holds MANIFEST.tsv (columns path, format, expected, optimum, ...). For every
-instance of the format, run with -s 1:
-  - SAT: a solution ("s SATISFIABLE"; in FlatZinc "----------" and no status line);
-  - OPTIMUM: "s OPTIMUM FOUND", or the ending of an objective whose domain ran out
-    of values ("==== no more values to try ====", which proves the last value
-    optimal but prints no such line), the last "o" line equal to the manifest's
-    optimum; in FlatZinc "==========" and the last "% previous objective" line;
-  - UNSAT: "s UNSATISFIABLE" (FlatZinc "=====UNSATISFIABLE====="), then again with
-    -G -V, which checks the refutation (a bad one ends the run with an exception
-    and exit status 1).
-Every model printed is checked by the format's independent checker in tests/tools.
-Each run is stopped after --limit seconds (a sanitizer build with audits is many
-times slower). Exits 77 (skipped) with a message when DIR has no manifest.
+Each instance of DIR/MANIFEST.tsv, run with -s 1, must give the manifest's answer (an
+optimum also proved by "==== no more values to try ===="), every model must pass the
+format's checker in tests/tools, and every UNSAT is replayed with -G -V, which checks
+the refutation. Exit status 77 without a manifest.
 """
 import argparse
 import os

@@ -1,12 +1,6 @@
 #!/usr/bin/env python3
 """The manual page and `zelk -h` tell the same options in the same words.
 
-Every entry of the long usage text (a line "  -X ..." with its continuation lines)
-must stand, word for word, in the text of the page; every option of the short
-usage ("[-s seed]") must be documented; and the page documents no option that
--h doesn't know, apart from the ones listed in PAGE_ONLY, which the usage text
-lacks. An option of PAGE_ONLY that -h learns must leave that list.
-
 usage: man_page_check.py ZELK PAGE
 """
 import re

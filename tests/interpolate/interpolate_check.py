@@ -3,12 +3,10 @@
 
   interpolate_check.py --program ZELK_INTERPOLATE --examples DIR [--seeds FIRST:LAST]
 
-Runs the example pair of DIR (interpolant_a.opb, interpolant_b.opb) both ways, then
-random pairs of small OPB files over overlapping variables. For "s UNSATISFIABLE"
-the formula on the "i" line is parsed and, over every assignment of the variables:
-A implies it, it contradicts B, it names only variables that both files name, and A
-and B together really have no solution. For "s SATISFIABLE" the "v" line must
-satisfy both files. A failure prints the seed and both files, enough to replay it.
+The example pair of DIR both ways, fixed pairs, then random pairs of small OPB files
+over overlapping variables. An "i" formula must, over every assignment, be implied by
+A, contradict B and name only shared variables, and A and B must have no common
+model; a "v" line must satisfy both.
 """
 import argparse
 import itertools
@@ -128,10 +126,20 @@ def parse_formula(text):
 
 # ---- one run
 
-def check(program, file_a, file_b, label):
-    a = parse_opb(open(file_a).read())
-    b = parse_opb(open(file_b).read())
-    out = subprocess.run([program, file_a, file_b], capture_output=True, text=True, timeout=120)
+def check(program, text_a, text_b, label, tmp):
+    """(failure or None, whether A and B were refuted) of one run on a pair of texts."""
+    paths = [os.path.join(tmp, name) for name in ('a.opb', 'b.opb')]
+    for path, text in zip(paths, (text_a, text_b)):
+        with open(path, 'w') as f:
+            f.write(text)
+    out = subprocess.run([program] + paths, capture_output=True, text=True, timeout=120)
+    failure = verify(parse_opb(text_a), parse_opb(text_b), out, label)
+    if failure and not label.startswith('example'):
+        failure += '\n--- A\n%s--- B\n%s' % (text_a, text_b)
+    return failure, 's UNSATISFIABLE' in out.stdout.splitlines()
+
+
+def verify(a, b, out, label):
     if out.returncode != 0:
         return '%s: exit status %d\n%s%s' % (label, out.returncode, out.stdout, out.stderr)
     lines = out.stdout.splitlines()
@@ -201,42 +209,25 @@ def main():
     parser.add_argument('--seeds', default='1:200')
     args = parser.parse_args()
     first, last = (int(x) for x in args.seeds.split(':'))
-    failures = []
-    a = os.path.join(args.examples, 'interpolant_a.opb')
-    b = os.path.join(args.examples, 'interpolant_b.opb')
-    for x, y in ((a, b), (b, a)):
-        failure = check(args.program, x, y, 'example %s %s' % (os.path.basename(x), os.path.basename(y)))
-        if failure:
-            failures.append(failure)
-    unsat = 0
+    examples = [open(os.path.join(args.examples, 'interpolant_%s.opb' % x)).read() for x in 'ab']
+    failures, unsat = [], 0
     with tempfile.TemporaryDirectory() as tmp:
         # Fixed pairs: a unit equality of A fixes a shared variable while the model is
         # built, a fact of A that B must not take for its own; products of each part.
-        for number, (text_a, text_b) in enumerate(FIXED):
-            file_a = os.path.join(tmp, 'a.opb')
-            file_b = os.path.join(tmp, 'b.opb')
-            open(file_a, 'w').write(text_a)
-            open(file_b, 'w').write(text_b)
-            for x, y in ((file_a, file_b), (file_b, file_a)):
-                failure = check(args.program, x, y, 'fixed pair %d' % number)
-                if failure:
-                    failures.append('%s\n--- A\n%s--- B\n%s' % (failure, open(x).read(), open(y).read()))
+        pairs = [('example', examples)] + [('fixed pair %d' % k, p) for k, p in enumerate(FIXED)]
+        for label, (text_a, text_b) in pairs:
+            for x, y in ((text_a, text_b), (text_b, text_a)):
+                failures.append(check(args.program, x, y, label, tmp)[0])
         for seed in range(first, last + 1):
             rng = random.Random(seed)
             names_all = ['x%d' % i for i in range(1, 9)]
             split = rng.randint(3, 5)
             text_a = random_file(rng, names_all[:split + 1], rng.randint(2, 7))
             text_b = random_file(rng, names_all[split - 2:], rng.randint(2, 7))
-            file_a = os.path.join(tmp, 'a.opb')
-            file_b = os.path.join(tmp, 'b.opb')
-            open(file_a, 'w').write(text_a)
-            open(file_b, 'w').write(text_b)
-            failure = check(args.program, file_a, file_b, 'seed %d' % seed)
-            if failure:
-                failures.append('%s\n--- A\n%s--- B\n%s' % (failure, text_a, text_b))
-            elif 'UNSAT' in subprocess.run([args.program, file_a, file_b], capture_output=True,
-                                           text=True).stdout:
-                unsat += 1
+            failure, refuted = check(args.program, text_a, text_b, 'seed %d' % seed, tmp)
+            failures.append(failure)
+            unsat += refuted and not failure
+    failures = [f for f in failures if f]
     for failure in failures:
         print(failure)
     print('%d failures; %d refuted pairs among seeds %d to %d' % (len(failures), unsat, first, last))

@@ -1,23 +1,14 @@
 #!/usr/bin/env python3
-"""zelk as MiniZinc's back end, through the real `minizinc`.
+"""zelk as MiniZinc's back end, through the real `minizinc`; exit status 77 without it.
 
-  library   every model of models/ compiles with zelk's library into FlatZinc that
-            zelk's reader takes: every integer within 0..31, only predicates of its
-            table, and its own propagators where the model names a global that has
-            one; every model of refused/ is refused with a message, not answered.
-  solve     every model of models/ solved by zelk and by Gecode: the same status, the
-            same objective, the same solutions when all are asked for (-a), and each
-            solution of zelk accepted by Gecode when fixed as data; then the random
-            models of the rewrite test, all solutions of each by both.
-  rewrite   random linear models (negative coefficients and constants, equations,
-            disequations, reified comparisons): the FlatZinc of zelk's library,
-            with zelk's predicate names turned into Gecode's, has exactly the
-            solutions of the model compiled for Gecode; both run by fzn-gecode.
-  install   `cmake --install` into a temporary DESTDIR; MiniZinc finds the installed
-            configuration there, and a model compiles and solves from it.
-
-usage: minizinc_test.py {library|rewrite|solve|install} --build DIR [--seeds A:B]
-Exit status 77 (skipped) when minizinc is missing.
+  library   models/ compile with zelk's library into FlatZinc zelk's reader takes
+            (values in 0..31, its predicates, its propagators for the globals that
+            have one); models of refused/ are refused with a message.
+  solve     models/ and random linear models by zelk and Gecode: same status,
+            objective and (-a) solutions; zelk's solution accepted by Gecode as data.
+  rewrite   random linear models: the FlatZinc of zelk's library, renamed for
+            Gecode, has exactly the solutions of the model compiled for Gecode.
+  install   `cmake --install` into a DESTDIR; minizinc finds zelk there and solves.
 """
 import argparse
 import os
@@ -55,6 +46,16 @@ GLOBAL_PROPAGATORS = {
 TRIVIAL_FZN = "var 0..3: x :: output_var;\nconstraint int_le(2, x);\nsolve satisfy;\n"
 
 
+def write(path, text):
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(text)
+
+
+def read(path):
+    with open(path, encoding="utf-8") as f:
+        return f.read()
+
+
 def run(cmd, env=None, timeout=120):
     return subprocess.run(cmd, capture_output=True, text=True, env=env, timeout=timeout,
                           check=False)
@@ -74,8 +75,7 @@ def models(folder):
 
 
 def model_flags(path):
-    with open(path, encoding="utf-8") as f:
-        m = re.search(r"^% flags:(.*)$", f.read(), re.M)
+    m = re.search(r"^% flags:(.*)$", read(path), re.M)
     return m.group(1).split() if m else []
 
 
@@ -115,11 +115,7 @@ def compile_model(path, env, out_dir):
     fzn = os.path.join(out_dir, os.path.basename(path)[:-4] + ".fzn")
     ozn = fzn[:-4] + ".ozn"  # or minizinc writes it beside the model
     result = run(["minizinc", "-c", "--solver", "zelk", path, "--fzn", fzn, "--ozn", ozn], env=env)
-    text = ""
-    if result.returncode == 0 and os.path.exists(fzn):
-        with open(fzn, encoding="utf-8") as f:
-            text = f.read()
-    return result, text
+    return result, read(fzn) if result.returncode == 0 and os.path.exists(fzn) else ""
 
 
 def test_library(args):
@@ -132,9 +128,7 @@ def test_library(args):
             if result.returncode != 0:
                 failures.append(f"{name}: does not compile:\n{result.stderr}")
                 continue
-            with open(path, encoding="utf-8") as f:
-                model_text = f.read()
-            for problem in check_flatzinc(fzn, model_text):
+            for problem in check_flatzinc(fzn, read(path)):
                 failures.append(f"{name}: {problem}")
         for path in models(os.path.join(HERE, "refused")):
             name = os.path.basename(path)
@@ -172,9 +166,8 @@ def solve(solver, path, flags, env, extra=()):
     return result, Answer(result.stdout)
 
 
-def zelk_reads_flatzinc(backend):
-    """True when zelk solves a trivial FlatZinc model, False when it reports FlatZinc
-    unsupported, and None (with what it said) when it fails otherwise."""
+def front_script_runs(backend):
+    """Whether the front script makes zelk solve a trivial FlatZinc model; says why not."""
     with tempfile.NamedTemporaryFile("w", suffix=".fzn", delete=False) as f:
         f.write(TRIVIAL_FZN)
     try:
@@ -183,16 +176,17 @@ def zelk_reads_flatzinc(backend):
         os.unlink(f.name)
     said = result.stdout + result.stderr
     if "----------" in result.stdout:
-        return True, said
-    return (False if "unsupported" in said else None), said
+        return True
+    print(f"FAIL {backend}: " + ("zelk refuses a trivial FlatZinc model" if "unsupported" in said
+                                 else "does not run zelk on a trivial model") + f":\n{said}")
+    return False
 
 
 def accepted_by_gecode(path, solution, out_dir):
     """Whether Gecode finds the model satisfied with zelk's values fixed as data."""
     data = "\n".join(line for line in solution.splitlines() if not line.startswith("_objective"))
     dzn = os.path.join(out_dir, "solution.dzn")
-    with open(dzn, "w", encoding="utf-8") as f:
-        f.write(data + "\n")
+    write(dzn, data + "\n")
     result, answer = solve("gecode", path, [], None, [dzn])
     return len(answer.solutions) == 1, result.stdout + result.stderr
 
@@ -239,13 +233,7 @@ def compare(path, env, out_dir, flags=None):
 
 
 def test_solve(args):
-    backend = os.path.join(args.build, "mzn", "fzn-zelk")
-    reads, said = zelk_reads_flatzinc(backend)
-    if reads is None:
-        print(f"FAIL the front script does not run zelk on a trivial model:\n{said}")
-        return 1
-    if not reads:
-        print(f"FAIL zelk refuses a trivial FlatZinc model:\n{said}")
+    if not front_script_runs(os.path.join(args.build, "mzn", "fzn-zelk")):
         return 1
     env = zelk_env(os.path.join(args.build, "mzn"))
     failures = []
@@ -255,10 +243,8 @@ def test_solve(args):
         first, last = (int(v) for v in args.seeds.split(":"))
         for seed in range(first, last + 1):
             path = os.path.join(out, f"random_{seed}.mzn")
-            with open(path, "w", encoding="utf-8") as f:
-                f.write(random_linear_model(random.Random(seed)))
-            with open(path, encoding="utf-8") as f:
-                text = f.read()
+            text = random_linear_model(random.Random(seed))
+            write(path, text)
             failures += [f"seed {seed}: {problem}\n{text}"
                          for problem in compare(path, env, out, ["-a"])]
     report(failures, "solve")
@@ -326,8 +312,7 @@ def test_rewrite(args):
         model = os.path.join(out, "model.mzn")
         for seed in range(first, last + 1):
             text = random_linear_model(random.Random(seed))
-            with open(model, "w", encoding="utf-8") as f:
-                f.write(text)
+            write(model, text)
             zelk_fzn, zelk_ozn = os.path.join(out, "zelk.fzn"), os.path.join(out, "zelk.ozn")
             gecode_fzn, gecode_ozn = os.path.join(out, "gecode.fzn"), os.path.join(out, "gecode.ozn")
             made = run(["minizinc", "-c", "--solver", "zelk", model, "--fzn", zelk_fzn,
@@ -337,14 +322,12 @@ def test_rewrite(args):
                 continue
             run(["minizinc", "-c", "--solver", "gecode", model, "--fzn", gecode_fzn,
                  "--ozn", gecode_ozn])
-            with open(zelk_fzn, encoding="utf-8") as f:
-                fzn = f.read()
+            fzn = read(zelk_fzn)
             problems = check_flatzinc(fzn, "")
             for zelk_name, gecode_name in GECODE_NAMES:
                 fzn = fzn.replace(zelk_name, gecode_name)
             fzn = "\n".join(line for line in fzn.splitlines() if not line.startswith("predicate "))
-            with open(zelk_fzn, "w", encoding="utf-8") as f:
-                f.write(fzn + "\n")
+            write(zelk_fzn, fzn + "\n")
             expected, said = gecode_solutions(gecode_fzn, gecode_ozn)
             got, said2 = gecode_solutions(zelk_fzn, zelk_ozn)
             satisfiable += bool(expected)
@@ -392,18 +375,12 @@ def test_install(args):
             failures.append(f"the installed library does not compile {model}:\n{compiled.stderr}")
         # Nothing of the build tree may be needed by the installed files.
         for rel in ("share/minizinc/solvers/zelk.msc", "libexec/zelk/fzn-zelk"):
-            with open(os.path.join(prefix, rel), encoding="utf-8") as f:
-                if os.path.abspath(args.build) in f.read():
-                    failures.append(f"{rel} refers to the build tree")
+            if os.path.abspath(args.build) in read(os.path.join(prefix, rel)):
+                failures.append(f"{rel} refers to the build tree")
         if failures:
             report(failures, "install")
             return 1
-        reads, said = zelk_reads_flatzinc(os.path.join(prefix, "libexec", "zelk", "fzn-zelk"))
-        if reads is None:
-            print(f"FAIL the installed front script does not run zelk:\n{said}")
-            return 1
-        if not reads:
-            print(f"FAIL the installed zelk refuses a trivial FlatZinc model:\n{said}")
+        if not front_script_runs(os.path.join(prefix, "libexec", "zelk", "fzn-zelk")):
             return 1
         result, answer = solve("zelk", model, ["-a"], env)
         if len(answer.solutions) != 92 or answer.status != "==========":
