@@ -14,6 +14,8 @@ import re
 import subprocess
 import sys
 
+import difftest
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 TOOLS = os.path.join(HERE, "..", "tools")
 CHECKERS = {"xcsp": "xcsp_checker.py", "c": "c_like_checker.py", "fzn": "fzn_checker.py"}
@@ -44,12 +46,9 @@ def summary(fmt, out):
         values = [m.group(1) for m in (re.fullmatch(r"%\s*previous objective\s+(-?\d+)", l)
                                        for l in lines) if m]
         return solutions > 0, words, int(values[-1]) if values else None
-    status = [l[2:].strip() for l in lines if l.startswith("s ")]
-    status = status[-1] if status else None
-    if "==== no more values to try ====" in out:
-        status = "OPTIMUM FOUND"
-    values = [l.split()[1] for l in lines if l.startswith("o ")]
-    return status in ("SATISFIABLE", "OPTIMUM FOUND"), status, int(values[-1]) if values else None
+    status, value, _ = difftest.parse(out)
+    status = {v: k for k, v in difftest.STATUS.items()}.get(status)
+    return status in ("SATISFIABLE", "OPTIMUM FOUND"), status, value
 
 
 def check_models(args, path, out):

@@ -16,7 +16,7 @@ model can't be read. parse_model and evaluate also serve the differential test.
 import re
 import sys
 
-from check_common import OPERATORS, answer, trunc_div, trunc_mod
+from check_common import OPERATORS, answer, int_literal, trunc_div, trunc_mod
 
 KEYWORDS = {"int", "bool", "unsigned", "abs", "pow", "minimize", "maximize", "min", "max"}
 TOKEN = re.compile(r"""
@@ -46,13 +46,8 @@ def tokenize(text):
             continue
         if kind == "bad":
             raise ModelError("operator %s is not in the language" % m.group())
-        if kind == "hex":
-            tokens.append(("num", int(m.group(), 16)))
-        elif kind == "oct":
-            digits = re.match(r"[0-7]*", m.group()[1:]).group()
-            tokens.append(("num", int(digits, 8) if digits else 0))
-        elif kind == "dec":
-            tokens.append(("num", int(m.group())))
+        if kind in ("hex", "oct", "dec"):
+            tokens.append(("num", int_literal(m.group())))
         elif kind == "name":
             word = m.group()
             tokens.append((word, word) if word in KEYWORDS else ("id", word))
@@ -130,27 +125,25 @@ class Parser:
             return ("const", self.take())
         if kind in ("abs", "min", "max", "pow"):
             self.take()
-            self.take("(")
-            args = [self.expression(0)]
-            while self.peek() == ",":
-                self.take()
-                args.append(self.expression(0))
-            self.take(")")
+            args = self.arguments()
             if len(args) != (1 if kind == "abs" else 2):
                 raise ModelError("wrong number of arguments of %s" % kind)
             return (kind,) + tuple(args)
         if kind == "id":
             name = self.take()
             if self.peek() == "(":
-                self.take()
-                args = [self.expression(0)]
-                while self.peek() == ",":
-                    self.take()
-                    args.append(self.expression(0))
-                self.take(")")
-                return ("pred", name, args)
+                return ("pred", name, self.arguments())
             return ("var", name)
         raise ModelError("unexpected %s" % (self.tokens[self.pos][1],))
+
+    def arguments(self):
+        self.take("(")
+        args = [self.expression(0)]
+        while self.peek() == ",":
+            self.take()
+            args.append(self.expression(0))
+        self.take(")")
+        return args
 
     def domain(self):
         kind = self.take()

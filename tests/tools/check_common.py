@@ -2,6 +2,7 @@
 where division truncates towards 0 and the remainder takes the dividend's sign, and
 the s, o and v lines of an answer."""
 import operator
+import re
 
 
 def trunc_div(a, b):
@@ -11,6 +12,16 @@ def trunc_div(a, b):
 
 def trunc_mod(a, b):
     return a - b * trunc_div(a, b)
+
+
+def int_literal(text):
+    """Decimal, 0x hexadecimal, or a leading 0 read as octal up to the first other digit."""
+    if text.startswith("0x"):
+        return int(text, 16)
+    if len(text) > 1 and text[0] == "0":
+        digits = re.match(r"[0-7]*", text[1:]).group(0)
+        return int(digits, 8) if digits else 0
+    return int(text)
 
 
 def _truth(f):

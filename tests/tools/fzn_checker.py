@@ -12,7 +12,7 @@ improve strictly. Exits 0 when all holds (also for a bare status line), else 1.
 import re
 import sys
 
-from check_common import OPERATORS, trunc_div, trunc_mod
+from check_common import OPERATORS, int_literal, trunc_div, trunc_mod
 
 LO, HI = 0, 31
 SEARCH_LIMIT = 200000
@@ -35,16 +35,6 @@ TOKEN_RULES = [
     ("ident", re.compile(r"[A-Za-z_][A-Za-z0-9_]*")),
 ]
 SKIP = re.compile(r"(?:[ \t\r\n]+|%[^\n]*)+")
-
-
-def int_text(text):
-    """Decimal, 0x hexadecimal, or a leading 0 read as octal up to the first other digit."""
-    if text.startswith("0x"):
-        return int(text, 16)
-    if len(text) > 1 and text[0] == "0":
-        digits = re.match(r"[0-7]*", text[1:]).group(0)
-        return int(digits, 8) if digits else 0
-    return int(text)
 
 
 def tokenize(text):
@@ -145,7 +135,7 @@ def parse_set(toks):
         if toks.accept(".."):
             values.update(range(a, parse_int(toks) + 1))
         elif toks.accept(":"):
-            step = int_text(toks.take()[1])
+            step = int_literal(toks.take()[1])
             if not toks.accept(":"):
                 fail("line %d: expected ':' in from:step:to" % toks.peek()[2])
             last = parse_int(toks)
@@ -163,7 +153,7 @@ def parse_int(toks):
     tok = toks.take()
     if tok[0] != "int":
         fail("line %d: expected an integer, read %r" % (tok[2], tok[1]))
-    return -int_text(tok[1]) if negative else int_text(tok[1])
+    return -int_literal(tok[1]) if negative else int_literal(tok[1])
 
 
 def parse_term(toks):
@@ -193,7 +183,7 @@ def parse_term(toks):
         toks.take()
         if toks.text() == "[" and toks.peek(1)[0] == "int" and toks.text(2) == "]":
             toks.take()
-            index = int_text(toks.take()[1])
+            index = int_literal(toks.take()[1])
             toks.take("]")
             return ("elem", tok[1], index)
         if toks.accept("("):
