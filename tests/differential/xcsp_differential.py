@@ -19,6 +19,9 @@ import sys
 
 import difftest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
+from check_common import trunc_div, trunc_mod  # noqa: E402,F401  (in the compiled tests)
+
 # -a twice: cliques of disequalities without the all-different constraint deduced from them.
 OPTION_SETS = difftest.OPTION_SETS + [["-a", "-a"]]
 VAR_NAMES = ["X", "Y", "Z", "x1", "x2", "q0", "q1", "s0_1", "V", "w_2", "a", "b", "T", "u9",
@@ -619,17 +622,7 @@ PY_OPS = {"add": "(%s + %s)", "sub": "(%s - %s)", "abs": "abs(%s)", "eq": "(%s =
           "ge": "(%s >= %s)", "and": "(%s and %s)", "or": "(%s or %s)",
           "xor": "(bool(%s) != bool(%s))", "iff": "(bool(%s) == bool(%s))",
           "not": "(not %s)", "if": "(%s if %s else %s)", "mul": "(%s * %s)",
-          "div": "tdiv(%s, %s)", "mod": "tmod(%s, %s)", "min": "min(%s, %s)", "max": "max(%s, %s)"}
-
-
-def tdiv(a, b):
-    """Division truncated towards 0, as the document's arithmetic has it."""
-    q = abs(a) // abs(b)
-    return q if (a >= 0) == (b >= 0) else -q
-
-
-def tmod(a, b):
-    return a - b * tdiv(a, b)
+          "div": "trunc_div(%s, %s)", "mod": "trunc_mod(%s, %s)", "min": "min(%s, %s)", "max": "max(%s, %s)"}
 
 
 def defined(test):
