@@ -52,56 +52,39 @@ class Document:
 
     def scope(self, c):
         if c["kind"] == "int":
-            seen = []
-            for kind, x in c["args"]:
-                if kind == "var" and x not in seen:
-                    seen.append(x)
+            seen = list(dict.fromkeys(x for kind, x in c["args"] if kind == "var"))
             return seen[::-1] if c.get("reversed_scope") else seen
         if c["kind"] == "wsum":
-            seen = []
-            for _, v in c["terms"]:
-                if v not in seen:
-                    seen.append(v)
-            return seen
+            return list(dict.fromkeys(v for _, v in c["terms"]))
         return c["scope"]
-
-    def used_relations(self):
-        return sorted({c["rel"] for c in self.constraints if c["kind"] == "ext"})
-
-    def used_predicates(self):
-        return sorted({c["pred"] for c in self.constraints if c["kind"] == "int"})
 
     def text(self):
         out = ['<?xml version="1.0" encoding="UTF-8"?>', "<instance>",
-               '<presentation name="differential" format="XCSP 2.1"/>']
-        out.append('<domains nbDomains="%d">' % len(self.domains))
-        for i, values in enumerate(self.domains):
-            out.append('<domain name="D%d" nbValues="%d">%s</domain>'
-                       % (i, len(values), domain_text(values)))
-        out.append("</domains>")
-        out.append('<variables nbVariables="%d">' % (len(self.variables) + self.dummies))
-        for name, d in self.variables:
-            out.append('<variable name="%s" domain="D%d"/>' % (name, d))
+               '<presentation name="differential" format="XCSP 2.1"/>',
+               '<domains nbDomains="%d">' % len(self.domains)]
+        out += ['<domain name="D%d" nbValues="%d">%s</domain>' % (i, len(values),
+                                                                 domain_text(values))
+                for i, values in enumerate(self.domains)]
+        out += ["</domains>", '<variables nbVariables="%d">' % (len(self.variables) + self.dummies)]
+        out += ['<variable name="%s" domain="D%d"/>' % v for v in self.variables]
         out.append("</variables>")
-        rels = self.used_relations()
+        rels = sorted({c["rel"] for c in self.constraints if c["kind"] == "ext"})
         if rels:
             out.append('<relations nbRelations="%d">' % len(rels))
-            for r in rels:
-                arity, semantics, tuples = self.relations[r]
-                out.append('<relation name="R%d" arity="%d" nbTuples="%d" semantics="%s">%s'
-                           '</relation>' % (r, arity, len(tuples), semantics,
-                                            "|".join(" ".join(map(str, t)) for t in tuples)))
+            out += ['<relation name="R%d" arity="%d" nbTuples="%d" semantics="%s">%s</relation>'
+                    % (r, self.relations[r][0], len(self.relations[r][2]), self.relations[r][1],
+                       "|".join(" ".join(map(str, t)) for t in self.relations[r][2]))
+                    for r in rels]
             out.append("</relations>")
-        preds = self.used_predicates()
+        preds = sorted({c["pred"] for c in self.constraints if c["kind"] == "int"})
         if preds:
             out.append('<predicates nbPredicates="%d">' % len(preds))
             for p in preds:
                 formal, expr = self.predicates[p]
-                out.append('<predicate name="PR%d">' % p)
-                out.append("<parameters>%s</parameters>" % " ".join("int " + f for f in formal))
-                out.append("<expression><functional>%s</functional></expression>"
-                           % expr_text(expr, formal))
-                out.append("</predicate>")
+                out += ['<predicate name="PR%d">' % p,
+                        "<parameters>%s</parameters>" % " ".join("int " + f for f in formal),
+                        "<expression><functional>%s</functional></expression>"
+                        % expr_text(expr, formal), "</predicate>"]
             out.append("</predicates>")
         rows = [self.constraint_text(i, c) for i, c in enumerate(self.constraints)]
         if self.objective is not None:
@@ -111,10 +94,8 @@ class Document:
                         'reference="global:weightedsum"><parameters>[ { 0 %s } ] <eq/> 0'
                         '</parameters></constraint>'
                         % ("minimize" if minimize else "maximize", self.name(v), self.name(v)))
-        out.append('<constraints nbConstraints="%d">' % len(rows))
-        out += rows
-        out.append("</constraints>")
-        out.append("</instance>")
+        out += ['<constraints nbConstraints="%d">' % len(rows)] + rows
+        out += ["</constraints>", "</instance>"]
         return "\n".join(out) + "\n"
 
     def constraint_text(self, i, c):
