@@ -160,11 +160,7 @@ def parse_term(toks):
     tok = toks.peek()
     if tok[1] == "[":
         toks.take()
-        items = []
-        while not toks.accept("]"):
-            items.append(parse_term(toks))
-            toks.accept(",")
-        return ("a", items)
+        return ("a", parse_list(toks, "]"))
     if tok[1] == "{":
         toks.take()
         return ("set", parse_set(toks))
@@ -187,13 +183,18 @@ def parse_term(toks):
             toks.take("]")
             return ("elem", tok[1], index)
         if toks.accept("("):
-            args = []
-            while not toks.accept(")"):
-                args.append(parse_term(toks))
-                toks.accept(",")
-            return ("ann", tok[1], args)
+            return ("ann", tok[1], parse_list(toks, ")"))
         return ("id", tok[1])
     fail("line %d: unexpected %r" % (tok[2], tok[1]))
+
+
+def parse_list(toks, close):
+    """The comma-separated terms up to close."""
+    items = []
+    while not toks.accept(close):
+        items.append(parse_term(toks))
+        toks.accept(",")
+    return items
 
 
 def parse_annotations(toks):
@@ -251,10 +252,7 @@ def read_model(text):
         elif toks.accept("constraint"):
             name = toks.take()[1]
             toks.take("(")
-            args = []
-            while not toks.accept(")"):
-                args.append(model.resolve(parse_term(toks), line))
-                toks.accept(",")
+            args = [model.resolve(t, line) for t in parse_list(toks, ")")]
             parse_annotations(toks)
             toks.take(";")
             model.constraints.append((name, args, line))
