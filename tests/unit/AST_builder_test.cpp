@@ -36,25 +36,11 @@ const unsigned NONE = AST_builder::NO_VARIABLE;
 tree V(int id) { return std::make_unique<xml::ASTVar>("v" + std::to_string(id), id); }
 tree C(int value) { return std::make_unique<xml::ASTInteger>(value); }
 
-template <class F>
-tree F_(std::vector<tree> args) {
+template <class F, class... T> tree op(T... args) {
   auto node = std::make_unique<F>();
-  for (std::size_t i = 0; i < args.size(); ++i) node->setArg(int(i), args[i].release());
+  int i = 0;
+  (node->setArg(i++, args.release()), ...);
   return node;
-}
-template <class F> tree op(tree a) { std::vector<tree> v; v.push_back(std::move(a)); return F_<F>(std::move(v)); }
-template <class F> tree op(tree a, tree b) {
-  std::vector<tree> v;
-  v.push_back(std::move(a));
-  v.push_back(std::move(b));
-  return F_<F>(std::move(v));
-}
-template <class F> tree op(tree a, tree b, tree c) {
-  std::vector<tree> v;
-  v.push_back(std::move(a));
-  v.push_back(std::move(b));
-  v.push_back(std::move(c));
-  return F_<F>(std::move(v));
 }
 tree predicate(const char* name, std::vector<tree> args) {
   auto list = std::make_unique<xml::ASTList>();

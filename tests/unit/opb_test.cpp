@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <iostream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -14,23 +13,12 @@
 
 #include "driver/flags.h"
 #include "impl/solver.h"
+#include "unit/test_support.h"
 
 namespace {
 
 using zelk::opb::context;
-
-// Sends standard output to a string while it lives: every solver prints its seed,
-// and the optimisation loop prints its progress.
-class captured_cout {
- public:
-  captured_cout() : m_old(std::cout.rdbuf(m_sink.rdbuf())) {}
-  ~captured_cout() { std::cout.rdbuf(m_old); }
-  std::string text() const { return m_sink.str(); }
-
- private:
-  std::ostringstream m_sink;
-  std::streambuf* m_old;
-};
+using zelk::test_support::captured_cout;
 
 std::unique_ptr<opb_solver> read(const std::string& text, int report_level = 0) {
   static zelk::table_propagator_base::memory_manager memory;

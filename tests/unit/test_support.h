@@ -4,6 +4,7 @@
 #define ZELK_TESTS_UNIT_TEST_SUPPORT_H
 
 #include <initializer_list>
+#include <iostream>
 #include <algorithm>
 #include <memory>
 #include <set>
@@ -45,6 +46,18 @@ struct solver_test_access {
 namespace test_support {
 
 using iset = small_model::iset;
+
+// Sends standard output to a string while it lives: every solver prints its seed,
+// and the optimisation loop prints its progress.
+class captured_cout {
+ public:
+  captured_cout() : m_old(std::cout.rdbuf(m_sink.rdbuf())) {}
+  ~captured_cout() { std::cout.rdbuf(m_old); }
+
+ private:
+  std::ostringstream m_sink;
+  std::streambuf* m_old;
+};
 
 // Collects every solution of an all-solutions search, each exactly once.
 class recording_solver : public solver {
