@@ -110,6 +110,9 @@ void expect_combine(const constraint_propagator& left, unsigned left_arity, cons
 }
 
 TEST(arithmetic_propagators, linear_combination_edges) {
+  // x - y >= 1 and y - x >= 0 add up to 0 >= 1: the empty clause, not nothing.
+  const lin x_above_y(1, {1, -1});
+  expect_combine(x_above_y, 2, difference_ge_propagator(0), 2, {1, 0}, 1, "[]");
   // Coefficients or constants beyond 32 bits; a constant that overflows in the sum.
   disjunction_specification result;
   EXPECT_FALSE(lin::set_constraint_from_positional_coefficients({0, 1LL << 31}, 0, result) ||
@@ -121,7 +124,6 @@ TEST(arithmetic_propagators, linear_combination_edges) {
   const difference_ge_propagator two(2);                                 // points at both
   EXPECT_FALSE(lin::accumulate_coefficients(positional, constant, disjunction_specification(view, two, {4, 7}), 1));
   // A difference doesn't take a sum on the right, a sum takes a difference.
-  const lin x_above_y(1, {1, -1});
   EXPECT_TRUE(!two.may_combine(x_above_y) && x_above_y.may_combine(two));
 }
 
