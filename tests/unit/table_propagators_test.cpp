@@ -66,7 +66,11 @@ TEST(tuple_set, covers_exactly_the_inserted_tuples) {
   });
 }
 
-TEST(tuple_set, degenerate_widths_and_bad_values) {
+TEST(tuple_set, merges_a_full_square_keeps_degenerate_widths_refuses_bad_values) {
+  // The cover is what keeps big tables small: a full product is one row.
+  tuple_set square;
+  square.insert({{0, 0}, {0, 1}, {1, 0}, {1, 1}});
+  EXPECT_EQ(square.rows, (std::vector<tuple_set::row_type>{sets("0:1 0:1")}));
   tuple_set empty_width;
   empty_width.insert({{}, {}});
   EXPECT_EQ(empty_width.rows, (std::vector<tuple_set::row_type>{{}}));
