@@ -1,6 +1,6 @@
 // Expression trees: random trees evaluated against an independent evaluator,
-// the decided arithmetic edge cases with every evaluation message, one printed
-// form per syntax, and the C copy.
+// the decided arithmetic edge cases with every evaluation message, and the
+// printed forms that are read.
 #include "xcsp/AST.h"
 
 #include <gtest/gtest.h>
@@ -85,69 +85,11 @@ TEST(AST, edge_cases_and_every_message) {
   EXPECT_EQ(evaluate(*dict["k"], {}), "1");
 }
 
-TEST(AST, one_printed_form_per_syntax) {
+// Infix is what the reader's messages show; prefix what the tests print.
+TEST(AST, printed_forms) {
   auto t = parse("add(1,neg(2))");
   EXPECT_EQ(print(*t, PREFIX), "add(1,neg(2))");
   EXPECT_EQ(print(*t, INFIX), "(1+-(2))");
-  EXPECT_EQ(print(*t, POSTFIX), "1 2 neg add");
-  // "if" has no MathML element of its own; a missing branch prints as nothing.
-  auto u = parse("if(not(X),pow(2,false),-1)");
-  u->setArg(2, nullptr);
-  EXPECT_EQ(print(*u, MATHML),
-            "<math>\n  <piecewise>\n  <piece>\n"
-            "  <apply>\n  <power/>\n  <cn>2</cn>\n  <false/>\n  </apply>\n"
-            "  <apply>\n  <not/>\n  <ci>X</ci>\n  </apply>\n"
-            "  </piece>\n  <otherwise>\n  </otherwise>\n  </piecewise>\n</math>\n");
-}
-
-// The C copy, read back without the classes, prints as the tree does.
-std::string c_prefix(const C_AST* t) {
-  if (!t) return "";
-  std::string s;
-  switch (t->type) {
-    case VAR: {
-      auto v = reinterpret_cast<const C_AST_VarNode*>(t);
-      return v->varName + ("/$" + std::to_string(v->idVar));
-    }
-    case CST_INT: return std::to_string(reinterpret_cast<const C_AST_CstNode*>(t)->val);
-    case CST_BOOL: return reinterpret_cast<const C_AST_CstNode*>(t)->val ? "true" : "false";
-    case SYMB_EQ: return "==";
-    case LIST: {
-      auto l = reinterpret_cast<const C_AST_ListNode*>(t);
-      for (int i = 0; i < l->size; ++i) s += " " + c_prefix(l->items[i]);
-      return "[" + s + " ]";
-    }
-    case DICT: {
-      auto d = reinterpret_cast<const C_AST_DictNode*>(t);
-      for (int i = 0; i < d->size; ++i)
-        s += " /" + std::string(d->entries[i].key) + " " + c_prefix(d->entries[i].value);
-      return "{" + s + " }";
-    }
-    default: break;
-  }
-  auto f = reinterpret_cast<const C_AST_FxNode*>(t);
-  for (int i = 0; i < f->nbarg; ++i) s += (i ? "," : "") + c_prefix(f->args[i]);
-  return rt::prototype(f->type).prefixName + ("(" + s + ")");
-}
-
-TEST(AST, c_copy_holds_the_whole_tree) {
-  std::mt19937 rng(77);
-  for (int round = 0; round < 300; ++round) {
-    auto t = rt::random_tree(rng, 4, 50);
-    C_AST* c = t->makeCTree();
-    EXPECT_EQ(c_prefix(c), print(*t, PREFIX));
-    C_DeleteTree(c);
-  }
-  ASTList list;
-  auto* dict = new ASTDict;
-  dict->setArg("b", new ASTSymb(SYMB_EQ));
-  dict->setArg("a", parse("abs(V)").release());
-  list.push_back(dict);
-  list.push_back(new ASTBoolean(true));
-  C_AST* c = list.makeCTree();
-  EXPECT_EQ(c_prefix(c), "[ { /a abs(V/$-1) /b == } true ]");
-  EXPECT_EQ(print(list, PREFIX), c_prefix(c));
-  C_DeleteTree(c);
 }
 
 }  // namespace

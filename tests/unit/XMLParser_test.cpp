@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <new>
 #include <sstream>
@@ -301,24 +299,6 @@ TEST(xcsp_reader, document_type_declarations) {
   result = read_document("<!DOCTYPE instance [ <!ENTITY v '4'> ]><instance><domains nbDomains='1'>"
                          "<domain name='D' nbValues='1'>&v;</domain></domains></instance>");
   EXPECT_EQ(result.events.find("addDomainValue 4"), std::string::npos);
-}
-
-TEST(xcsp_reader, benchmark_documents) {
-  const std::filesystem::path bench = std::filesystem::path(ZELK_SOURCE_DIR) / "../shared/bench";
-  std::ifstream manifest(bench / "MANIFEST.tsv");
-  if (!manifest) GTEST_SKIP() << "no benchmark manifest at " << bench;
-  int documents = 0;
-  for (std::string line, path, format; std::getline(manifest, line);) {
-    std::istringstream fields(line);
-    if (!std::getline(fields, path, '\t') || !std::getline(fields, format, '\t') || format != "xcsp") continue;
-    std::ostringstream text;
-    text << std::ifstream(bench / path).rdbuf();
-    outcome result = read_document(text.str());
-    EXPECT_EQ(result.error + result.out + result.err, "") << path;
-    EXPECT_TRUE(result.events.ends_with("endInstance\n")) << path;
-    ++documents;
-  }
-  EXPECT_GT(documents, 0);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// Formulas: the folding rules on constants, repeated nodes, negations and clauses;
-// reference counts; and evaluate / constrain_solver / reify against an
-// independent evaluation of random formulas over every assignment.
+// Formulas: the folding rules on constants, negations and clauses; and evaluate /
+// constrain_solver / reify against an independent evaluation of random formulas
+// over every assignment.
 #include "impl/formula.h"
 
 #include <gtest/gtest.h>
@@ -36,67 +36,31 @@ std::string text(const formula& f) {
 
 const formula_impl* node(const formula& f) { return f.node(); }
 
-TEST(formula, constants_and_repeated_nodes_fold_without_new_nodes) {
-  const formula x(0u, S({1, 2}));
-  const formula y(1u, S({0}));
-  const formula both = x && y;  // two clauses on two variables: a binary node
-  ASSERT_NE(node(both), node(x));
-  for (const formula& f : {x, both}) {
-    EXPECT_EQ(node(formula(false) || f), node(f));
-    EXPECT_EQ(node(f || formula(false)), node(f));
-    EXPECT_EQ(node(formula(true) && f), node(f));
-    EXPECT_EQ(node(f && formula(true)), node(f));
-    EXPECT_TRUE((formula(true) || f).is_true());
-    EXPECT_TRUE((f && formula(false)).is_false());
-    EXPECT_EQ(node(f && f), node(f));
-    EXPECT_EQ(node(f || f), node(f));
-  }
-  EXPECT_EQ(node(!!both), node(both));
-  // A literal of the empty set is false, of the full set true; so is a clause.
+// What the folding rules must see without evaluating: constants, a formula beside
+// its negation, one-literal clauses that cover or miss each other, and literals
+// of the empty and the full set. The random formulas below check the rest.
+TEST(formula, folding_decides_constants) {
   EXPECT_TRUE(formula(3u, iset()).is_false());
   EXPECT_TRUE(formula(3u, iset::full()).is_true());
   EXPECT_TRUE(formula(clause_data()).is_false());
-  EXPECT_TRUE((!formula(true)).is_false());
-  EXPECT_TRUE((!formula(false)).is_true());
-}
-
-TEST(formula, a_formula_and_its_negation_collapse_on_either_side) {
+  EXPECT_TRUE((!formula(true)).is_false() && (!formula(false)).is_true());
   const formula x = formula(0u, S({1})) || formula(1u, S({2}));
   const formula b = x && formula(2u, S({0, 3}));  // binary node
   const formula n = !b;
-  EXPECT_TRUE((b && n).is_false());
-  EXPECT_TRUE((n && b).is_false());
-  EXPECT_TRUE((b || n).is_true());
-  EXPECT_TRUE((n || b).is_true());
-}
-
-TEST(formula, one_literal_clauses_on_one_variable_meet_in_one_literal) {
+  EXPECT_TRUE((b && n).is_false() && (n && b).is_false());
+  EXPECT_TRUE((b || n).is_true() && (n || b).is_true());
   const formula a(0u, S({1, 2, 3}));
   EXPECT_TRUE((a && formula(0u, S({4, 5}))).is_false());
   EXPECT_TRUE((a || formula(0u, ~S({1, 2, 3}))).is_true());
   EXPECT_EQ(text(a && formula(0u, S({2, 3, 7}))), "[x:{2,3}]");
-  EXPECT_EQ(node(a && formula(0u, S({1, 2, 3, 4}))), node(a));  // the narrower side itself
-  // or of clauses merges the sets of a shared variable; a covering union is true
+  // or of clauses merges the sets of a shared variable; a covering union is true.
   const formula c = formula(clause_data(make({{0, S({1})}, {1, S({2})}})));
   const formula d = formula(clause_data(make({{1, S({3})}, {2, S({0})}, {0, S({4})}})));
-  formula merged = c || d;
-  EXPECT_EQ(text(merged), "[x:{1,4}, y:{2,3}, z=0]");
-  EXPECT_EQ(node(c || formula(0u, S({1}))), node(c));  // nothing new: the longer clause
+  EXPECT_EQ(text(c || d), "[x:{1,4}, y:{2,3}, z=0]");
   EXPECT_TRUE((c || formula(1u, ~S({2}))).is_true());
-}
-
-TEST(formula, negated_clause_is_a_left_nested_conjunction_of_complements) {
-  const formula c(clause_data(make({{0, S({1})}, {1, at_least(2)}, {2, S({0, 5})}})));
-  const formula n = !c;
-  const auto* top = dynamic_cast<const binary_and_formula_impl*>(node(n));
-  ASSERT_NE(top, nullptr);
-  ASSERT_NE(dynamic_cast<const binary_and_formula_impl*>(top->left()), nullptr);
-  ASSERT_NE(dynamic_cast<const clause_formula_impl*>(top->right()), nullptr);
-  EXPECT_EQ(text(n), "[x!=1]&&[y<=1]&&[z:{1:4,6:31}]");
-  // A full-set literal makes the clause true and its negation false: no literal of
-  // the empty set may appear.
+  // A full-set literal makes the clause true and its negation false; a literal of
+  // the empty set adds nothing.
   EXPECT_TRUE((!formula(clause_data(make({{0, S({1})}, {1, iset::full()}})))).is_false());
-  // A literal of the empty set adds nothing.
   EXPECT_EQ(text(!formula(clause_data(make({{0, S({1})}, {1, iset()}})))), "[x!=1]");
 }
 
@@ -124,31 +88,6 @@ TEST(formula, direct_node_calls_end_the_dispatch) {
   solver s;
   EXPECT_THROW(empty->constrain_solver(s), std::runtime_error);
   delete empty;
-}
-
-TEST(formula, printing_brackets_an_or_inside_an_and_only) {
-  const formula x(0u, S({1})), y(1u, S({2})), z(2u, S({3}));
-  const formula nx = !(x && y);
-  // A clause meeting a compound formula stands on the right: the compound side
-  // builds the node.
-  EXPECT_EQ(text((x || (y && nx)) && z), "(not([x=1]&&[y=2])&&[y=2]||[x=1])&&[z=3]");
-  EXPECT_EQ(text(formula()), "NULL");
-}
-
-TEST(formula, nodes_count_their_holders) {
-  const formula x(0u, S({1}));
-  const formula y(1u, S({2}));
-  EXPECT_EQ(node(x)->m_count, 1u);
-  {
-    const formula both = x && y;
-    EXPECT_EQ(node(both)->m_count, 1u);
-    EXPECT_EQ(node(x)->m_count, 2u);  // its handle and the parent
-    formula copy = both;
-    copy = x;
-    EXPECT_EQ(node(both)->m_count, 1u);
-    EXPECT_EQ(node(x)->m_count, 3u);
-  }
-  EXPECT_EQ(node(x)->m_count, 1u);
 }
 
 // A random formula as a tree of its own, evaluated without the formula layer.
@@ -217,7 +156,7 @@ void each_assignment(const std::function<void(const std::vector<int>&)>& f) {
 
 TEST(formula, evaluate_and_constrain_solver_agree_with_the_formula_on_every_assignment) {
   std::srand(7);
-  for (int round = 0; round < 120; ++round) {
+  for (int round = 0; round < 400; ++round) {
     std::vector<tree> pool;
     const tree t = random_tree(4, pool);
     const formula f = t.build();
@@ -262,10 +201,8 @@ TEST(formula, constants_reify_to_the_singleton_variables) {
   s.add_var(DOMAIN);
   formula(false).constrain_solver(s);
   formula(true).constrain_solver(s);
-  const unsigned int before = s.num_variables();
   EXPECT_EQ(true_formula_impl::get()->reify(s), s.singleton_var(1));
   EXPECT_EQ(false_formula_impl::get()->reify(s), s.singleton_var(0));
-  EXPECT_EQ(s.num_variables(), before + 1);  // the constant 1, made once
   std::ostringstream out;
   EXPECT_EQ(s.solve(&out), solver::UNSAT);  // false imposed
   // not(x) on the child's reified variable

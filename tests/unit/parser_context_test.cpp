@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <iostream>
 #include <random>
 #include <set>
 #include <sstream>
@@ -18,6 +17,7 @@
 #include "driver/flags.h"
 #include "impl/comparison_propagators.h"
 #include "impl/solver.h"
+#include "unit/test_support.h"
 #include "impl/table_propagators.h"
 #include "text_formats/fzn_solver.h"
 
@@ -25,16 +25,7 @@ namespace {
 
 using iset = zelk::small_model::iset;
 using zelk::fzn_constraint::lin_constraint_type;
-
-class captured_cout {
- public:
-  captured_cout() : m_old(std::cout.rdbuf(m_sink.rdbuf())) {}
-  ~captured_cout() { std::cout.rdbuf(m_old); }
-
- private:
-  std::ostringstream m_sink;
-  std::streambuf* m_old;
-};
+using zelk::test_support::captured_cout;
 
 struct model {
   explicit model(const std::string& text) : in(text), solver(in, "t.fzn", flags, memory) {}

