@@ -3,6 +3,7 @@
 // the collector's resolution cannot hide itself.
 #include "impl/proof_checker_visitor.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "impl/solver.h"
@@ -14,17 +15,56 @@ std::ostream* proof_checker_visitor::complain() {
   return m_complaints;
 }
 
+const clause_data* proof_checker_visitor::find_known(int id) const {
+  if (id >= 0)
+    return unsigned(id) < m_is_known.size() && m_is_known[unsigned(id)]
+               ? &m_known_clauses[unsigned(id)]
+               : nullptr;
+  const std::unordered_map<int, clause_data>::const_iterator it = m_chain.find(id);
+  return it == m_chain.end() ? nullptr : &it->second;
+}
+
+void proof_checker_visitor::store(int id, const clause_data& clause) {
+  if (id < 0) {
+    m_chain.insert_or_assign(id, clause);
+    return;
+  }
+  const std::size_t i = unsigned(id);
+  if (i >= m_is_known.size()) {
+    const std::size_t n = std::max(i + 1, 2 * m_is_known.size());
+    m_is_known.resize(n, false);
+    m_known_clauses.resize(n);
+  }
+  m_is_known[i] = true;
+  m_known_clauses[i] = clause;
+}
+
+void proof_checker_visitor::retire_chain() {
+  for (const auto& [id, clause] : m_chain) {
+    if (m_collector->is_explanation_clause(id)) continue;
+    m_retired_low = std::min(m_retired_low, id);
+    m_retired_high = std::max(m_retired_high, id);
+  }
+  m_chain.clear();
+}
+
 void proof_checker_visitor::visit_clause(int id, const clause_data& clause, bool must_match) {
-  const std::map<int, clause_data>::const_iterator it = m_known.find(id);
-  if (it != m_known.end()) {
-    if (!it->second.equivalent(clause)) {
+  if (const clause_data* known = find_known(id)) {
+    if (!known->equivalent(clause)) {
       if (std::ostream* os = complain())
         *os << "clause[" << id << "] " << "has different literals than previously\n";
     }
     return;
   }
+  if (!m_collector->is_explanation_clause(id) && is_retired(id)) {
+    // Its meaning is gone with its chain: no later step may take it up again.
+    if (std::ostream* os = complain())
+      *os << "clause[" << id << "] " << "has different literals than previously\n";
+    store(id, clause);
+    return;
+  }
   if (!m_collector->is_explanation_clause(id) && !must_match) {
-    m_known.emplace(id, clause);
+    store(id, clause);
     return;
   }
   clause_data recorded;
@@ -34,13 +74,13 @@ void proof_checker_visitor::visit_clause(int id, const clause_data& clause, bool
       *os << "clause[" << id << "] " << "has different literals than passed by "
           << "the proof algorithm\n";
   }
-  m_known.emplace(id, clause);
+  store(id, clause);
 }
 
 void proof_checker_visitor::visit_explanation(int id) {
   clause_data clause;
   m_collector->get_clause(id, clause);
-  m_known.insert_or_assign(id, std::move(clause));
+  store(id, clause);
 }
 
 void proof_checker_visitor::visit_resolution(unsigned int pivot, int left_id,
@@ -74,6 +114,7 @@ void proof_checker_visitor::visit_resolution(unsigned int pivot, int left_id,
       *os << "Resolution between clause[" << left_id << "] and clause[" << right_id
           << "] gave wrong clause[" << result_id << "]\n";
   }
+  if (result_id >= 0) retire_chain();
 }
 
 void proof_checker_visitor::visit_initial_resolution(unsigned int variable,

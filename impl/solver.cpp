@@ -1036,6 +1036,8 @@ void solver::remove_unused_conflict_constraints_maybe() {
 
 void solver::forget_conflict_constraint(unsigned int constraint) {
   if (report_level > 1) std::cout << "removing rare conflict constraint[" << constraint << "]\n";
+  // While the constraint is still there: the proof keeps its clause or lets it go.
+  m_proof_collector->forget_constraint(constraint);
   std::unique_ptr<constraint_propagator> victim = std::move(m_propagators[constraint]);
   std::vector<unsigned int>().swap(m_connectivity[constraint].params());
   victim.reset();
