@@ -58,6 +58,7 @@ class proof_checker_visitor : public proof_visitor {
   std::unordered_map<int, clause_data> m_chain;
   // Intermediate ids of finished chains, as one range: the replay gives them out
   // one after the other, and one met again is a fault of the replay.
+  clause_data m_expected;  // the resolvent computed here; keeps its capacity
   int m_retired_low = std::numeric_limits<int>::max();
   int m_retired_high = std::numeric_limits<int>::min();
   const proof_collector* m_collector;
