@@ -178,6 +178,10 @@ class proof_collector : public proof_collector_interface, private no_copy {
   unsigned int first_conflict_clause() const { return m_first_conflict_clause; }
   // Learned constraints of this solve whose records were released.
   unsigned int released_count() const { return m_released_count; }
+  bool is_released(unsigned int constraint) const {
+    const unsigned int k = learned_index(int(constraint));
+    return k != NONE && (m_state[k] & RELEASED);
+  }
 
   void get_clause(int id, clause_data& clause) const;
   void get_solver_clause(unsigned int constraint, clause_data& clause) const;

@@ -132,6 +132,28 @@ TEST(proof_checker_visitor, clauses_with_repeated_variables) {
   EXPECT_TRUE(second.result());
 }
 
+// Resolvents live only within the analysis that made them: once it has given its
+// learned clause, one taken up again is refused, not looked up in the collector.
+TEST(proof_checker_visitor, a_resolvent_taken_up_after_its_analysis_is_refused) {
+  refutation_model m;
+  m.record();
+  const clause_data one = make({{X, at_least(2)}, {Y, at_least(2)}, {W, S({3})}});
+  const clause_data minus_one = make({{Y, at_least(2)}, {X, at_most(1)}});
+  const clause_data y_w = make({{Y, at_least(2)}, {W, S({3})}});
+  const clause_data zero = make({{W, at_most(2)}, {Y, at_least(2)}});
+  const clause_data y = make({{Y, at_least(2)}});
+  proof_checker_visitor checker(*m.collector, nullptr);
+  checker.visit_explanation(-1);
+  checker.visit_resolution(X, 1, one, -1, minus_one, -3, y_w);
+  checker.visit_resolution(W, -3, y_w, 0, zero, 4, y);
+  EXPECT_TRUE(checker.result());
+  // The learned clause stays known; the resolvent -3 does not.
+  checker.visit_resolution(W, 4, y, 0, zero, -7, y);
+  EXPECT_TRUE(checker.result());
+  checker.visit_resolution(W, -3, y_w, 0, zero, -8, y);
+  EXPECT_FALSE(checker.result());
+}
+
 // Pigeons into one hole fewer as clauses, refuted by the solver with a proof.
 void pigeonhole(solver& s, unsigned int pigeons) {
   const unsigned int holes = pigeons - 1;
