@@ -26,6 +26,24 @@ void proof_collector_dummy::print_proof(std::ostream&) const {
 
 //==== recording ==================================================================
 
+namespace {
+
+// Grows by half, not by double: on a long run most of the records sit in these
+// arenas, and doubling leaves up to half of them as slack at the peak.
+template <class Vector>
+void make_room(Vector& v, std::size_t n) {
+  if (v.size() + n <= v.capacity()) return;
+  v.reserve(std::max(v.size() + n, v.capacity() + v.capacity() / 2 + 16));
+}
+
+// About to grow while a quarter is dead: compacting then costs at most three
+// copies of each record over the run, and the arena keeps its capacity.
+bool worth_compacting(std::size_t size, std::size_t capacity, std::size_t dead) {
+  return dead > 0 && size + size / 16 >= capacity && 4 * dead >= size;
+}
+
+}  // namespace
+
 proof_collector::proof_collector(const solver* owner) : m_solver(owner) {}
 
 proof_collector::~proof_collector() = default;
@@ -68,10 +86,11 @@ void proof_collector::record_conflict(unsigned int constraint,
                                       std::unique_ptr<explanation_rule> rule) {
   // An analysis that named nothing is cited by nothing.
   if (m_current_start != NONE && !m_current_named) discard_current_analysis();
-  // Compacting only when at least half is dead keeps the copying linear overall.
   constexpr std::size_t SMALL = 4096;
-  if ((m_entries.size() >= SMALL && 2 * m_dead_entries > m_entries.size()) ||
-      (m_sets.size() >= SMALL && 2 * m_dead_sets > m_sets.size()))
+  if (m_entries.size() >= SMALL &&
+      (worth_compacting(m_entries.size(), m_entries.capacity(), m_dead_entries) ||
+       worth_compacting(m_explanations.size(), m_explanations.capacity(), m_dead_explanations) ||
+       worth_compacting(m_sets.size(), m_sets.capacity(), m_dead_sets)))
     compact_records();
   m_current_start = unsigned(m_entries.size());
   m_current_explanation_id = m_explanation_count;
@@ -92,17 +111,20 @@ void proof_collector::append_resolution_entry(unsigned int constraint,
                                               const std::vector<small_model::iset>& explanation,
                                               int pivot, std::unique_ptr<explanation_rule> rule) {
   // A clause is its own explanation: its index says everything.
+  make_room(m_entries, 1);
   if (m_solver->is_clause(constraint)) {
     m_entries.emplace_back(int(constraint), pivot);
     cite(int(constraint));
     return;
   }
+  make_room(m_explanations, 1);
   if (rule) {
     m_explanations.push_back(stored_explanation{constraint, unsigned(m_rules.size()), RULE});
     m_rules.push_back(std::move(rule));
   } else {
     m_explanations.push_back(
         stored_explanation{constraint, unsigned(m_sets.size()), unsigned(explanation.size())});
+    make_room(m_sets, explanation.size());
     m_sets.insert(m_sets.end(), explanation.begin(), explanation.end());
   }
   m_entries.emplace_back(~int(m_explanation_count++), pivot);
@@ -237,8 +259,9 @@ void proof_collector::save_clause(unsigned int constraint, const clause_data& cl
     m_saved_index.resize(std::max<std::size_t>(constraint + 1, 2 * m_saved_index.size()));
   if (m_saved_index[constraint].begin != NONE) return;
   if (m_saved_literals.size() + clause.size() > m_saved_literals.capacity() &&
-      2 * m_dead_saved_literals > m_saved_literals.size())
+      4 * m_dead_saved_literals >= m_saved_literals.size())
     compact_saved_clauses();
+  make_room(m_saved_literals, clause.size());
   m_saved_index[constraint] =
       saved_ref{unsigned(m_saved_literals.size()), unsigned(clause.size())};
   m_saved_literals.insert(m_saved_literals.end(), clause.begin(), clause.end());
