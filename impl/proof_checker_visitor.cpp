@@ -13,7 +13,7 @@ namespace zelk {
 namespace {
 
 // The same literals in the same order. The common case: the replay hands on the
-// very clause it stored, and that skips the two copies and sorts of `equivalent`.
+// very clause it stored.
 bool same_literals(const clause_data& a, const clause_data& b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i)
@@ -21,11 +21,32 @@ bool same_literals(const clause_data& a, const clause_data& b) {
   return true;
 }
 
-bool agree(const clause_data& a, const clause_data& b) {
-  return same_literals(a, b) || a.equivalent(b);
-}
-
 }  // namespace
+
+bool proof_checker_visitor::agree(const clause_data& a, const clause_data& b) {
+  if (same_literals(a, b)) return true;
+  // Two clauses are one when every variable has the same union of sets on both
+  // sides (the normal form merges a variable's literals and drops empty ones).
+  // By variable, in one pass over each: no copy, no sort.
+  const auto note = [this](const literal_data& l, bool left) {
+    if (l.variable >= m_unions.size()) m_unions.resize(std::size_t(l.variable) + 1);
+    variable_union& u = m_unions[l.variable];
+    if (!u.touched) {
+      u.touched = true;
+      m_touched.push_back(l.variable);
+    }
+    (left ? u.left : u.right) |= l.set;
+  };
+  for (const literal_data& l : a) note(l, true);
+  for (const literal_data& l : b) note(l, false);
+  bool same = true;
+  for (unsigned int v : m_touched) {
+    if (m_unions[v].left != m_unions[v].right) same = false;
+    m_unions[v] = variable_union();
+  }
+  m_touched.clear();
+  return same;
+}
 
 std::ostream* proof_checker_visitor::complain() {
   m_result = false;
@@ -125,21 +146,8 @@ void proof_checker_visitor::visit_resolution(unsigned int pivot, int left_id,
     else
       expected.add(l);
   }
-  expected.canonicalize();
-  const small_model::iset both = a & b;
-  // The rest in normal form, then the pivot: equal literal by literal is the same
-  // clause; any other order is left to the full comparison.
-  const std::size_t n = expected.size();
-  bool right_result = result.size() == n + (both.empty() ? 0 : 1);
-  for (std::size_t i = 0; right_result && i < n; ++i)
-    right_result = result[i].variable == expected[i].variable && result[i].set == expected[i].set;
-  if (right_result && !both.empty())
-    right_result = result[n].variable == pivot && result[n].set == both;
-  if (!right_result) {
-    expected.add(pivot, both);
-    right_result = expected.equivalent(result);
-  }
-  if (!right_result) {
+  expected.add(pivot, a & b);
+  if (!agree(expected, result)) {
     if (std::ostream* os = complain())
       *os << "Resolution between clause[" << left_id << "] and clause[" << right_id
           << "] gave wrong clause[" << result_id << "]\n";
@@ -168,7 +176,7 @@ void proof_checker_visitor::visit_initial_resolution(unsigned int variable,
     }
     literals.erase(literals.begin() + std::ptrdiff_t(i));
   }
-  if (!rest.equivalent(result)) {
+  if (!agree(rest, result)) {
     if (std::ostream* os = complain()) {
       *os << "Resolution of clause[" << id << "] with initial domain of ";
       names.print(*os, variable);

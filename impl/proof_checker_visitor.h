@@ -42,6 +42,8 @@ class proof_checker_visitor : public proof_visitor {
   // the collector's clause. A new resolvent is learned as it is.
   void visit_clause(int id, const clause_data& clause, bool must_match);
   std::ostream* complain();
+  // clause_data::equivalent, in time linear in the two sizes.
+  bool agree(const clause_data& a, const clause_data& b);
   const clause_data* find_known(int id) const;
   void store(int id, const clause_data& clause);
   // The analysis behind a learned constraint is complete: its explanations and
@@ -59,6 +61,14 @@ class proof_checker_visitor : public proof_visitor {
   // Intermediate ids of finished chains, as one range: the replay gives them out
   // one after the other, and one met again is a fault of the replay.
   clause_data m_expected;  // the resolvent computed here; keeps its capacity
+  // Work space of agree(), by variable; all clear between calls.
+  struct variable_union {
+    small_model::iset left;
+    small_model::iset right;
+    bool touched = false;
+  };
+  std::vector<variable_union> m_unions;
+  std::vector<unsigned int> m_touched;
   int m_retired_low = std::numeric_limits<int>::max();
   int m_retired_high = std::numeric_limits<int>::min();
   const proof_collector* m_collector;

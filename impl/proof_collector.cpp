@@ -28,18 +28,11 @@ void proof_collector_dummy::print_proof(std::ostream&) const {
 
 namespace {
 
-// Grows by half, not by double: on a long run most of the records sit in these
-// arenas, and doubling leaves up to half of them as slack at the peak.
-template <class Vector>
-void make_room(Vector& v, std::size_t n) {
-  if (v.size() + n <= v.capacity()) return;
-  v.reserve(std::max(v.size() + n, v.capacity() + v.capacity() / 2 + 16));
-}
-
-// About to grow while a quarter is dead: compacting then costs at most three
-// copies of each record over the run, and the arena keeps its capacity.
-bool worth_compacting(std::size_t size, std::size_t capacity, std::size_t dead) {
-  return dead > 0 && size + size / 16 >= capacity && 4 * dead >= size;
+// A quarter dead: compacting then costs at most three copies of each record over
+// the run, and the peak stays within a third above what is kept.
+bool worth_compacting(std::size_t size, std::size_t dead) {
+  constexpr std::size_t SMALL = 4096;
+  return size >= SMALL && 4 * dead >= size;
 }
 
 }  // namespace
@@ -86,11 +79,9 @@ void proof_collector::record_conflict(unsigned int constraint,
                                       std::unique_ptr<explanation_rule> rule) {
   // An analysis that named nothing is cited by nothing.
   if (m_current_start != NONE && !m_current_named) discard_current_analysis();
-  constexpr std::size_t SMALL = 4096;
-  if (m_entries.size() >= SMALL &&
-      (worth_compacting(m_entries.size(), m_entries.capacity(), m_dead_entries) ||
-       worth_compacting(m_explanations.size(), m_explanations.capacity(), m_dead_explanations) ||
-       worth_compacting(m_sets.size(), m_sets.capacity(), m_dead_sets)))
+  if (worth_compacting(m_entries.size(), m_dead_entries) ||
+      worth_compacting(m_explanations.size(), m_dead_explanations) ||
+      worth_compacting(m_sets.size(), m_dead_sets))
     compact_records();
   m_current_start = unsigned(m_entries.size());
   m_current_explanation_id = m_explanation_count;
@@ -111,20 +102,17 @@ void proof_collector::append_resolution_entry(unsigned int constraint,
                                               const std::vector<small_model::iset>& explanation,
                                               int pivot, std::unique_ptr<explanation_rule> rule) {
   // A clause is its own explanation: its index says everything.
-  make_room(m_entries, 1);
   if (m_solver->is_clause(constraint)) {
     m_entries.emplace_back(int(constraint), pivot);
     cite(int(constraint));
     return;
   }
-  make_room(m_explanations, 1);
   if (rule) {
     m_explanations.push_back(stored_explanation{constraint, unsigned(m_rules.size()), RULE});
     m_rules.push_back(std::move(rule));
   } else {
     m_explanations.push_back(
         stored_explanation{constraint, unsigned(m_sets.size()), unsigned(explanation.size())});
-    make_room(m_sets, explanation.size());
     m_sets.insert(m_sets.end(), explanation.begin(), explanation.end());
   }
   m_entries.emplace_back(~int(m_explanation_count++), pivot);
@@ -258,10 +246,7 @@ void proof_collector::save_clause(unsigned int constraint, const clause_data& cl
   if (constraint >= m_saved_index.size())
     m_saved_index.resize(std::max<std::size_t>(constraint + 1, 2 * m_saved_index.size()));
   if (m_saved_index[constraint].begin != NONE) return;
-  if (m_saved_literals.size() + clause.size() > m_saved_literals.capacity() &&
-      4 * m_dead_saved_literals >= m_saved_literals.size())
-    compact_saved_clauses();
-  make_room(m_saved_literals, clause.size());
+  if (worth_compacting(m_saved_literals.size(), m_dead_saved_literals)) compact_saved_clauses();
   m_saved_index[constraint] =
       saved_ref{unsigned(m_saved_literals.size()), unsigned(clause.size())};
   m_saved_literals.insert(m_saved_literals.end(), clause.begin(), clause.end());
@@ -290,7 +275,8 @@ proof_collector::saved_clause_iterator proof_collector::find_saved_clause(
   if (constraint >= m_saved_index.size() || m_saved_index[constraint].begin == NONE)
     return saved_clauses_end();
   const saved_ref& r = m_saved_index[constraint];
-  return saved_clause_iterator(constraint, saved_literals(m_saved_literals.data() + r.begin, r.size));
+  return saved_clause_iterator(
+      constraint, saved_literals(m_saved_literals.begin() + std::ptrdiff_t(r.begin), r.size));
 }
 
 proof_collector::explanation_data proof_collector::get_explanation_data(int id) const {
@@ -320,7 +306,7 @@ proof_collector::explanation_data proof_collector::get_explanation_data(int id) 
   if (e.count == RULE) {
     data.rule = m_rules[e.begin].get();
   } else {
-    data.literals = m_sets.data() + e.begin;
+    data.literals = m_sets.begin() + std::ptrdiff_t(e.begin);
     data.literal_count = e.count;
   }
   return data;
@@ -379,17 +365,17 @@ void proof_collector::get_constraint_variables(unsigned int constraint,
 void proof_collector::get_explanation_clause(int id, clause_data& clause) const {
   const explanation_data data = get_explanation_data(id);
   get_constraint_variables(data.constraint, clause);
-  const small_model::iset* sets = data.literals;
-  std::size_t count = data.literal_count;
-  static std::vector<small_model::iset> from_rule;
   if (data.rule) {
+    static std::vector<small_model::iset> from_rule;
     from_rule.clear();
     data.rule->get_explanation(from_rule);
-    sets = from_rule.data();
-    count = from_rule.size();
+    for (std::size_t i = 0; i < clause.size(); ++i)
+      clause[i].set = i < from_rule.size() ? from_rule[i] : small_model::iset();
+  } else {
+    std::deque<small_model::iset>::const_iterator set = data.literals;
+    for (std::size_t i = 0; i < clause.size(); ++i)
+      clause[i].set = i < data.literal_count ? *set++ : small_model::iset();
   }
-  for (std::size_t i = 0; i < clause.size(); ++i)
-    clause[i].set = i < count ? sets[i] : small_model::iset();
   // A parameter with an empty set takes no part in the clause; the last literal
   // fills the hole, which fixes the order of the printed explanation.
   clause_data::literal_vector& literals = clause.literals();

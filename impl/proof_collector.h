@@ -16,6 +16,7 @@
 #ifndef ZELK_IMPL_PROOF_COLLECTOR_H
 #define ZELK_IMPL_PROOF_COLLECTOR_H
 
+#include <deque>
 #include <iosfwd>
 #include <memory>
 #include <utility>
@@ -97,7 +98,7 @@ class proof_collector : public proof_collector_interface, private no_copy {
   struct explanation_data {
     unsigned int constraint = 0;
     const explanation_rule* rule = nullptr;     // may be null
-    const small_model::iset* literals = nullptr;  // used when there is no rule
+    std::deque<small_model::iset>::const_iterator literals;  // used when there is no rule
     std::size_t literal_count = 0;
   };
   // (clause id, pivot); pivot -1 marks the entry that starts an analysis.
@@ -106,14 +107,15 @@ class proof_collector : public proof_collector_interface, private no_copy {
   // The literals of one saved clause, in place in the collector.
   class saved_literals {
    public:
-    saved_literals(const literal_data* data, std::size_t size) : m_data(data), m_size(size) {}
-    const literal_data* begin() const { return m_data; }
-    const literal_data* end() const { return m_data + m_size; }
+    typedef std::deque<literal_data>::const_iterator const_iterator;
+    saved_literals(const_iterator first, std::size_t size) : m_first(first), m_size(size) {}
+    const_iterator begin() const { return m_first; }
+    const_iterator end() const { return m_first + std::ptrdiff_t(m_size); }
     std::size_t size() const { return m_size; }
-    const literal_data& operator[](std::size_t i) const { return m_data[i]; }
+    const literal_data& operator[](std::size_t i) const { return m_first[std::ptrdiff_t(i)]; }
 
    private:
-    const literal_data* m_data;
+    const_iterator m_first;
     std::size_t m_size;
   };
   // The saved clause of one constraint, or the end; valid until the next save.
@@ -123,7 +125,7 @@ class proof_collector : public proof_collector_interface, private no_copy {
       unsigned int first;
       saved_literals second;
     };
-    saved_clause_iterator() : m_value{0xFFFFFFFFu, saved_literals(nullptr, 0)} {}
+    saved_clause_iterator() : m_value{0xFFFFFFFFu, saved_literals({}, 0)} {}
     saved_clause_iterator(unsigned int constraint, saved_literals literals)
         : m_value{constraint, literals} {}
     const value_type& operator*() const { return m_value; }
@@ -173,7 +175,7 @@ class proof_collector : public proof_collector_interface, private no_copy {
     return get_explanation_data(id).constraint;
   }
   explanation_data get_explanation_data(int id) const;
-  const std::vector<resolution_entry>& resolution_entries() const { return m_entries; }
+  const std::deque<resolution_entry>& resolution_entries() const { return m_entries; }
   const std::vector<unsigned int>& conflict_starts() const { return m_conflict_starts; }
   unsigned int first_conflict_clause() const { return m_first_conflict_clause; }
   // Learned constraints of this solve whose records were released.
@@ -262,7 +264,9 @@ class proof_collector : public proof_collector_interface, private no_copy {
   unsigned int m_current_set_pos = 0;
   unsigned int m_current_rule_pos = 0;
   bool m_current_named = false;
-  std::vector<resolution_entry> m_entries;
+  // The arenas are deques: they grow a block at a time, never copying what they
+  // hold, and give back the blocks past their end when compacted.
+  std::deque<resolution_entry> m_entries;
   unsigned int m_first_conflict_clause = NONE;
   // By named constraint k (constraint first conflict clause + k): where its entries
   // start, the id of its first explanation, where that is stored and how many it
@@ -277,8 +281,8 @@ class proof_collector : public proof_collector_interface, private no_copy {
   unsigned int m_released_count = 0;
 
   unsigned int m_explanation_count = 0;
-  std::vector<stored_explanation> m_explanations;
-  std::vector<small_model::iset> m_sets;
+  std::deque<stored_explanation> m_explanations;
+  std::deque<small_model::iset> m_sets;
   std::vector<std::unique_ptr<explanation_rule>> m_rules;
   // Records of released constraints, still in the arenas until the next compaction.
   std::size_t m_dead_entries = 0;
@@ -287,7 +291,7 @@ class proof_collector : public proof_collector_interface, private no_copy {
 
   // Saved clauses: by constraint index, the place of its literals in one arena.
   std::vector<saved_ref> m_saved_index;
-  std::vector<literal_data> m_saved_literals;
+  std::deque<literal_data> m_saved_literals;
   std::size_t m_dead_saved_literals = 0;
 };
 

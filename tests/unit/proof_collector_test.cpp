@@ -7,6 +7,7 @@
 #include "unit/test_support.h"
 
 #include <algorithm>
+#include <deque>
 #include <memory>
 #include <random>
 #include <sstream>
@@ -249,7 +250,7 @@ TEST(proof_collector, erasure_releases_exactly_what_no_kept_record_reaches) {
     EXPECT_TRUE(solver_test_access::is_correctly_unsat(s)) << "seed " << seed;
     const unsigned int first = c.first_conflict_clause();
     const unsigned int named = unsigned(c.conflict_starts().size());
-    const std::vector<proof_collector::resolution_entry>& entries = c.resolution_entries();
+    const std::deque<proof_collector::resolution_entry>& entries = c.resolution_entries();
     std::vector<bool> reached(named, false);
     std::vector<unsigned int> work;
     for (unsigned int k = 0; k < named; ++k) {
