@@ -218,6 +218,8 @@ class proof_collector : public proof_collector_interface, private no_copy {
     proof_visitor& visitor;
     int state;
     std::vector<bool> visited;  // by constraint index; model constraints start visited
+    clause_data right;          // work space of each step, kept from step to step
+    clause_data result;
   };
   // One explanation in the flat arenas: `count` sets from `begin` in m_sets, or,
   // with count RULE, the rule m_rules[begin].
