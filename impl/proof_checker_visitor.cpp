@@ -53,13 +53,22 @@ std::ostream* proof_checker_visitor::complain() {
   return m_complaints;
 }
 
-const clause_data* proof_checker_visitor::find_known(int id) const {
-  if (id >= 0)
-    return unsigned(id) < m_is_known.size() && m_is_known[unsigned(id)]
-               ? &m_known_clauses[unsigned(id)]
-               : nullptr;
-  const std::unordered_map<int, clause_data>::const_iterator it = m_chain.find(id);
-  return it == m_chain.end() ? nullptr : &it->second;
+const clause_data* proof_checker_visitor::find_known(int id) {
+  if (id < 0) {
+    const std::unordered_map<int, clause_data>::const_iterator it = m_chain.find(id);
+    return it == m_chain.end() ? nullptr : &it->second;
+  }
+  const std::size_t i = unsigned(id);
+  if (i >= m_known.size() || m_known[i] == UNKNOWN) return nullptr;
+  if (m_known[i] == STORED) return &m_stored.find(unsigned(id))->second;
+  m_collector->get_clause(id, m_recorded);
+  return &m_recorded;
+}
+
+void proof_checker_visitor::mark(int id, unsigned char state) {
+  const std::size_t i = unsigned(id);
+  if (i >= m_known.size()) m_known.resize(std::max(i + 1, 2 * m_known.size()), UNKNOWN);
+  m_known[i] = state;
 }
 
 void proof_checker_visitor::store(int id, const clause_data& clause) {
@@ -67,14 +76,22 @@ void proof_checker_visitor::store(int id, const clause_data& clause) {
     m_chain.insert_or_assign(id, clause);
     return;
   }
-  const std::size_t i = unsigned(id);
-  if (i >= m_is_known.size()) {
-    const std::size_t n = std::max(i + 1, 2 * m_is_known.size());
-    m_is_known.resize(n, false);
-    m_known_clauses.resize(n);
+  m_stored.insert_or_assign(unsigned(id), clause);
+  mark(id, STORED);
+}
+
+void proof_checker_visitor::learn(int id, const clause_data& clause) {
+  // A learned clause as the collector holds it, which is the common case, is not
+  // copied: a later premise is compared with the collector's clause, the same one.
+  if (id >= 0 && m_collector->has_clause(unsigned(id))) {
+    m_collector->get_clause(id, m_recorded);
+    if (agree(m_recorded, clause)) {
+      m_stored.erase(unsigned(id));
+      mark(id, AS_RECORDED);
+      return;
+    }
   }
-  m_is_known[i] = true;
-  m_known_clauses[i] = clause;
+  store(id, clause);
 }
 
 void proof_checker_visitor::retire_chain() {
@@ -102,7 +119,7 @@ void proof_checker_visitor::visit_clause(int id, const clause_data& clause, bool
     return;
   }
   if (!m_collector->is_explanation_clause(id) && !must_match) {
-    store(id, clause);
+    learn(id, clause);
     return;
   }
   clause_data recorded;

@@ -44,19 +44,25 @@ class proof_checker_visitor : public proof_visitor {
   std::ostream* complain();
   // clause_data::equivalent, in time linear in the two sizes.
   bool agree(const clause_data& a, const clause_data& b);
-  const clause_data* find_known(int id) const;
+  // The clause known under `id`, or null; valid until the next call.
+  const clause_data* find_known(int id);
+  void mark(int id, unsigned char state);
   void store(int id, const clause_data& clause);
+  void learn(int id, const clause_data& clause);
   // The analysis behind a learned constraint is complete: its explanations and
   // intermediate resolvents are never met again.
   void retire_chain();
   bool is_retired(int id) const { return id >= m_retired_low && id <= m_retired_high; }
 
   // Clauses of the solver (ids 0 and up) stay known to the end, since a learned
-  // one may be a premise at any later step. Explanations and intermediate
+  // one may be a premise at any later step: as a copy, or, when they are the
+  // clause the collector holds, as a mark alone. Explanations and intermediate
   // resolvents are known only within the chain of one analysis: kept to the end
   // they would be most of the memory of a check.
-  std::vector<clause_data> m_known_clauses;
-  std::vector<bool> m_is_known;
+  enum : unsigned char { UNKNOWN, STORED, AS_RECORDED };
+  std::vector<unsigned char> m_known;  // by id
+  std::unordered_map<unsigned int, clause_data> m_stored;
+  clause_data m_recorded;  // the collector's clause of a mark, fetched anew
   std::unordered_map<int, clause_data> m_chain;
   // Intermediate ids of finished chains, as one range: the replay gives them out
   // one after the other, and one met again is a fault of the replay.

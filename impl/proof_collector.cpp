@@ -331,6 +331,11 @@ void proof_collector::get_clause(int id, clause_data& clause) const {
   }
 }
 
+bool proof_collector::has_clause(unsigned int constraint) const {
+  if (is_live(constraint)) return m_solver->is_clause(constraint);
+  return find_saved_clause(constraint) != saved_clauses_end();
+}
+
 void proof_collector::get_solver_clause(unsigned int constraint, clause_data& clause) const {
   if (is_live(constraint)) {
     if (!m_solver->is_clause(constraint))

@@ -186,6 +186,8 @@ class proof_collector : public proof_collector_interface, private no_copy {
   }
 
   void get_clause(int id, clause_data& clause) const;
+  // Whether get_solver_clause can give the clause of `constraint`.
+  bool has_clause(unsigned int constraint) const;
   void get_solver_clause(unsigned int constraint, clause_data& clause) const;
   void get_explanation_clause(int id, clause_data& clause) const;
   // One literal per parameter (or per saved literal), each with an empty set.
