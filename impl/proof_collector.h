@@ -9,6 +9,13 @@
 // final conflict, prerequisites first, computing each resolvent and handing every
 // step to a proof_visitor (printer, checker, interpolant).
 //
+// Recording keeps only what a replay can still reach. A step on a clause is one
+// (id, pivot) pair; an explanation is its constraint and sets in flat arenas; the
+// clause of an erased learned constraint is copied only if a kept record cites it.
+// Each learned constraint counts the kept records that cite it: once it is erased
+// and the count is zero, its own records go, and with them possibly the last
+// citations of others (a long run would otherwise keep every analysis to its end).
+//
 // Clause ids:
 //   0 and above   a constraint of the solver (a clause, live or saved before erasure)
 //   -1 - k        the explanation of index k
