@@ -10,8 +10,10 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <ostream>
 #include <stdexcept>
+#include <string>
 
 #include "impl/explanation_generators.h"
 #include "impl/proof_print_visitor.h"
@@ -23,38 +25,41 @@ void proof_collector_dummy::print_proof(std::ostream&) const {
   throw std::runtime_error("solver::generate_proofs() was not called, no proof available");
 }
 
-//==== explanation_data =========================================================
+//==== recording ==================================================================
 
-proof_collector::explanation_data::explanation_data() = default;
+namespace {
 
-proof_collector::explanation_data::explanation_data(const explanation_data& other)
-    : constraint(other.constraint),
-      rule(other.rule ? other.rule->clone() : nullptr),
-      literals(other.literals) {}
-
-proof_collector::explanation_data::explanation_data(explanation_data&& other) noexcept = default;
-
-proof_collector::explanation_data& proof_collector::explanation_data::operator=(
-    const explanation_data& other) {
-  if (this != &other) {
-    std::unique_ptr<explanation_rule> copy = other.rule ? other.rule->clone() : nullptr;
-    literals = other.literals;
-    constraint = other.constraint;
-    rule = std::move(copy);
-  }
-  return *this;
+// A quarter dead: compacting then costs at most three copies of each record over
+// the run, and the peak stays within a third above what is kept.
+bool worth_compacting(std::size_t size, std::size_t dead) {
+  constexpr std::size_t SMALL = 4096;
+  return size >= SMALL && 4 * dead >= size;
 }
 
-proof_collector::explanation_data& proof_collector::explanation_data::operator=(
-    explanation_data&& other) noexcept = default;
-
-proof_collector::explanation_data::~explanation_data() = default;
-
-//==== recording ==================================================================
+}  // namespace
 
 proof_collector::proof_collector(const solver* owner) : m_solver(owner) {}
 
 proof_collector::~proof_collector() = default;
+
+unsigned int proof_collector::learned_index(int id) const {
+  if (id < 0 || m_first_conflict_clause == NONE || unsigned(id) < m_first_conflict_clause)
+    return NONE;
+  const unsigned int k = unsigned(id) - m_first_conflict_clause;
+  return k < m_conflict_starts.size() ? k : NONE;
+}
+
+void proof_collector::cite(int id) {
+  const unsigned int k = learned_index(id);
+  if (k != NONE) ++m_citations[k];
+}
+
+void proof_collector::uncite(int id) {
+  const unsigned int k = learned_index(id);
+  if (k == NONE) return;
+  assert(m_citations[k] > 0);
+  if (--m_citations[k] == 0 && (m_state[k] & (ERASED | RELEASED)) == ERASED) release(k);
+}
 
 void proof_collector::name_conflict_clause(unsigned int constraint) {
   if (m_conflict_starts.empty()) m_first_conflict_clause = constraint;
@@ -62,12 +67,29 @@ void proof_collector::name_conflict_clause(unsigned int constraint) {
   // relies on learned constraints taking consecutive indices within one solve.
   assert(constraint == m_first_conflict_clause + m_conflict_starts.size());
   m_conflict_starts.push_back(m_current_start);
+  m_first_explanation_id.push_back(m_current_explanation_id);
+  m_first_explanation_pos.push_back(m_current_explanation_pos);
+  m_explanations_of.push_back(unsigned(m_explanations.size()) - m_current_explanation_pos);
+  m_citations.push_back(0);
+  m_state.push_back(0);
+  m_current_named = true;
 }
 
 void proof_collector::record_conflict(unsigned int constraint,
                                       const std::vector<small_model::iset>& explanation,
                                       std::unique_ptr<explanation_rule> rule) {
+  // An analysis that named nothing is cited by nothing.
+  if (m_current_start != NONE && !m_current_named) discard_current_analysis();
+  if (worth_compacting(m_entries.size(), m_dead_entries) ||
+      worth_compacting(m_explanations.size(), m_dead_explanations) ||
+      worth_compacting(m_sets.size(), m_dead_sets))
+    compact_records();
   m_current_start = unsigned(m_entries.size());
+  m_current_explanation_id = m_explanation_count;
+  m_current_explanation_pos = unsigned(m_explanations.size());
+  m_current_set_pos = unsigned(m_sets.size());
+  m_current_rule_pos = unsigned(m_rules.size());
+  m_current_named = false;
   append_resolution_entry(constraint, explanation, -1, std::move(rule));
 }
 
@@ -83,49 +105,212 @@ void proof_collector::append_resolution_entry(unsigned int constraint,
   // A clause is its own explanation: its index says everything.
   if (m_solver->is_clause(constraint)) {
     m_entries.emplace_back(int(constraint), pivot);
+    cite(int(constraint));
     return;
   }
-  explanation_data data;
-  data.constraint = constraint;
-  if (rule)
-    data.rule = std::move(rule);
+  if (rule) {
+    m_explanations.push_back(stored_explanation{constraint, unsigned(m_rules.size()), RULE});
+    m_rules.push_back(std::move(rule));
+  } else {
+    m_explanations.push_back(
+        stored_explanation{constraint, unsigned(m_sets.size()), unsigned(explanation.size())});
+    m_sets.insert(m_sets.end(), explanation.begin(), explanation.end());
+  }
+  m_entries.emplace_back(~int(m_explanation_count++), pivot);
+}
+
+void proof_collector::drop_explanation_storage(const stored_explanation& e) {
+  if (e.count == RULE)
+    m_rules[e.begin].reset();
   else
-    data.literals = explanation;
-  m_explanations.push_back(std::move(data));
-  m_entries.emplace_back(~int(m_explanations.size() - 1), pivot);
+    m_dead_sets += e.count;
+  ++m_dead_explanations;
 }
 
 void proof_collector::pop_resolution_entry() {
   if (m_entries.empty()) return;
   const int id = m_entries.back().first;
   m_entries.pop_back();
-  if (!m_explanations.empty() && id == ~int(m_explanations.size() - 1)) m_explanations.pop_back();
+  if (m_explanation_count > 0 && id == ~int(m_explanation_count - 1)) {
+    --m_explanation_count;
+    const stored_explanation e = m_explanations.back();
+    m_explanations.pop_back();
+    if (e.count == RULE)
+      m_rules.pop_back();
+    else
+      m_sets.resize(e.begin);
+    return;
+  }
+  uncite(id);
+}
+
+void proof_collector::discard_current_analysis() {
+  for (std::size_t i = m_current_start; i < m_entries.size(); ++i) uncite(m_entries[i].first);
+  m_entries.resize(m_current_start);
+  m_explanations.resize(m_current_explanation_pos);
+  m_sets.resize(m_current_set_pos);
+  m_rules.resize(m_current_rule_pos);
+}
+
+std::size_t proof_collector::analysis_end(std::size_t start) const {
+  std::size_t e = start + 1;
+  while (e < m_entries.size() && m_entries[e].second >= 0) ++e;
+  return e;
+}
+
+void proof_collector::release(unsigned int k) {
+  // A worklist, not recursion: releasing one constraint may free a long chain.
+  std::vector<unsigned int> work{k};
+  while (!work.empty()) {
+    const unsigned int r = work.back();
+    work.pop_back();
+    m_state[r] |= RELEASED;
+    ++m_released_count;
+    const unsigned int constraint = m_first_conflict_clause + r;
+    if (constraint < m_saved_index.size() && m_saved_index[constraint].begin != NONE) {
+      m_dead_saved_literals += m_saved_index[constraint].size;
+      m_saved_index[constraint] = saved_ref();
+    }
+    const std::size_t s = m_conflict_starts[r];
+    const std::size_t e = analysis_end(s);
+    std::size_t explanation = m_first_explanation_pos[r];
+    for (std::size_t i = s; i < e; ++i) {
+      const int id = m_entries[i].first;
+      if (is_explanation_clause(id)) {
+        drop_explanation_storage(m_explanations[explanation++]);
+        continue;
+      }
+      const unsigned int p = learned_index(id);
+      if (p == NONE) continue;
+      assert(m_citations[p] > 0);
+      if (--m_citations[p] == 0 && (m_state[p] & (ERASED | RELEASED)) == ERASED)
+        work.push_back(p);
+    }
+    m_dead_entries += e - s;
+  }
+}
+
+void proof_collector::forget_constraint(unsigned int constraint) {
+  const unsigned int k = learned_index(int(constraint));
+  if (k == NONE || m_state[k] != 0) return;
+  m_state[k] |= ERASED;
+  if (m_citations[k] == 0) {
+    release(k);
+    return;
+  }
+  // Still a premise of some kept record: the replay will need its clause.
+  if (find_saved_clause(constraint) == saved_clauses_end() && m_solver->is_clause(constraint)) {
+    clause_data clause;
+    get_solver_clause(constraint, clause);
+    save_clause(constraint, clause);
+  }
+}
+
+void proof_collector::compact_records() {
+  // Analyses keep their order: the replay finds the end of one at the start of the
+  // next. Every write goes below the read of the same place, so one forward pass.
+  std::size_t entry_to = 0;
+  std::size_t explanation_to = 0;
+  std::size_t set_to = 0;
+  for (std::size_t k = 0; k < m_conflict_starts.size(); ++k) {
+    if (m_state[k] & RELEASED) continue;
+    const std::size_t s = m_conflict_starts[k];
+    const std::size_t e = analysis_end(s);
+    std::size_t explanation = m_first_explanation_pos[k];
+    m_first_explanation_pos[k] = unsigned(explanation_to);
+    for (std::size_t i = s; i < e; ++i) {
+      if (!is_explanation_clause(m_entries[i].first)) continue;
+      stored_explanation x = m_explanations[explanation++];
+      if (x.count != RULE) {
+        std::copy(m_sets.begin() + std::ptrdiff_t(x.begin),
+                  m_sets.begin() + std::ptrdiff_t(x.begin + x.count),
+                  m_sets.begin() + std::ptrdiff_t(set_to));
+        x.begin = unsigned(set_to);
+        set_to += x.count;
+      }
+      m_explanations[explanation_to++] = x;
+    }
+    std::copy(m_entries.begin() + std::ptrdiff_t(s), m_entries.begin() + std::ptrdiff_t(e),
+              m_entries.begin() + std::ptrdiff_t(entry_to));
+    m_conflict_starts[k] = unsigned(entry_to);
+    entry_to += e - s;
+  }
+  m_entries.resize(entry_to);
+  m_explanations.resize(explanation_to);
+  m_sets.resize(set_to);
+  m_dead_entries = m_dead_explanations = m_dead_sets = 0;
 }
 
 void proof_collector::save_clause(unsigned int constraint, const clause_data& clause) {
-  if (!m_saved_clauses.empty() && m_saved_clauses.back().first > constraint)
-    m_saved_sorted = false;
-  m_saved_clauses.emplace_back(constraint, clause);
+  const unsigned int k = learned_index(int(constraint));
+  if (k != NONE && (m_state[k] & RELEASED)) return;
+  if (constraint >= m_saved_index.size())
+    m_saved_index.resize(std::max<std::size_t>(constraint + 1, 2 * m_saved_index.size()));
+  if (m_saved_index[constraint].begin != NONE) return;
+  if (worth_compacting(m_saved_literals.size(), m_dead_saved_literals)) compact_saved_clauses();
+  m_saved_index[constraint] =
+      saved_ref{unsigned(m_saved_literals.size()), unsigned(clause.size())};
+  m_saved_literals.insert(m_saved_literals.end(), clause.begin(), clause.end());
 }
 
-void proof_collector::prepare_to_print() {
-  // Stable: of several copies of one clause the first saved stays first.
-  std::stable_sort(m_saved_clauses.begin(), m_saved_clauses.end(),
-                   [](const saved_clause& a, const saved_clause& b) { return a.first < b.first; });
-  m_saved_sorted = true;
+void proof_collector::compact_saved_clauses() {
+  std::vector<std::pair<unsigned int, unsigned int>> order;  // (place, constraint)
+  for (unsigned int c = 0; c < m_saved_index.size(); ++c)
+    if (m_saved_index[c].begin != NONE) order.emplace_back(m_saved_index[c].begin, c);
+  std::sort(order.begin(), order.end());
+  std::size_t to = 0;
+  for (const auto& [from, c] : order) {
+    const unsigned int n = m_saved_index[c].size;
+    std::copy(m_saved_literals.begin() + std::ptrdiff_t(from),
+              m_saved_literals.begin() + std::ptrdiff_t(from + n),
+              m_saved_literals.begin() + std::ptrdiff_t(to));
+    m_saved_index[c].begin = unsigned(to);
+    to += n;
+  }
+  m_saved_literals.resize(to);
+  m_dead_saved_literals = 0;
 }
 
 proof_collector::saved_clause_iterator proof_collector::find_saved_clause(
     unsigned int constraint) const {
-  if (!m_saved_sorted) {
-    return std::find_if(m_saved_clauses.begin(), m_saved_clauses.end(),
-                        [constraint](const saved_clause& s) { return s.first == constraint; });
+  if (constraint >= m_saved_index.size() || m_saved_index[constraint].begin == NONE)
+    return saved_clauses_end();
+  const saved_ref& r = m_saved_index[constraint];
+  return saved_clause_iterator(
+      constraint, saved_literals(m_saved_literals.begin() + std::ptrdiff_t(r.begin), r.size));
+}
+
+proof_collector::explanation_data proof_collector::get_explanation_data(int id) const {
+  const unsigned int g = unsigned(~id);
+  // The analysis that recorded it: the last whose first explanation is not after it.
+  std::size_t pos;
+  std::size_t end;
+  if (m_current_start != NONE && !m_current_named && g >= m_current_explanation_id) {
+    pos = m_current_explanation_pos + (g - m_current_explanation_id);
+    end = m_explanations.size();
+  } else {
+    const auto it =
+        std::upper_bound(m_first_explanation_id.begin(), m_first_explanation_id.end(), g);
+    const std::size_t k = std::size_t(it - m_first_explanation_id.begin());
+    if (k == 0 || (m_state[k - 1] & RELEASED))
+      throw std::runtime_error("proof_collector: the record of explanation[" +
+                               std::to_string(id) + "] was released");
+    pos = m_first_explanation_pos[k - 1] + (g - m_first_explanation_id[k - 1]);
+    end = m_first_explanation_pos[k - 1] + m_explanations_of[k - 1];
   }
-  const saved_clause_iterator it =
-      std::lower_bound(m_saved_clauses.begin(), m_saved_clauses.end(), constraint,
-                       [](const saved_clause& s, unsigned int c) { return s.first < c; });
-  if (it != m_saved_clauses.end() && it->first == constraint) return it;
-  return m_saved_clauses.end();
+  if (pos >= end)
+    throw std::runtime_error("proof_collector: the record of explanation[" + std::to_string(id) +
+                             "] was released");
+  const stored_explanation& e = m_explanations[pos];
+  explanation_data data;
+  data.constraint = e.constraint;
+  if (e.count == RULE) {
+    data.rule = m_rules[e.begin].get();
+  } else {
+    data.literals = m_sets.begin() + std::ptrdiff_t(e.begin);
+    data.literal_count = e.count;
+  }
+  return data;
 }
 
 //==== clauses by id ===============================================================
@@ -146,6 +331,11 @@ void proof_collector::get_clause(int id, clause_data& clause) const {
   }
 }
 
+bool proof_collector::has_clause(unsigned int constraint) const {
+  if (is_live(constraint)) return m_solver->is_clause(constraint);
+  return find_saved_clause(constraint) != saved_clauses_end();
+}
+
 void proof_collector::get_solver_clause(unsigned int constraint, clause_data& clause) const {
   if (is_live(constraint)) {
     if (!m_solver->is_clause(constraint))
@@ -157,8 +347,10 @@ void proof_collector::get_solver_clause(unsigned int constraint, clause_data& cl
     return;
   }
   const saved_clause_iterator it = find_saved_clause(constraint);
-  if (it == m_saved_clauses.end()) throw std::runtime_error("Can't find this constraint_it");
-  clause = it->second;
+  if (it == saved_clauses_end()) throw std::runtime_error("Can't find this constraint_it");
+  clause.clear();
+  clause.reserve(it->second.size());
+  for (const literal_data& l : it->second) clause.add(l);
 }
 
 void proof_collector::get_constraint_variables(unsigned int constraint,
@@ -171,23 +363,25 @@ void proof_collector::get_constraint_variables(unsigned int constraint,
     return;
   }
   const saved_clause_iterator it = find_saved_clause(constraint);
-  if (it == m_saved_clauses.end()) throw std::runtime_error("Can't find this constraint_it");
+  if (it == saved_clauses_end()) throw std::runtime_error("Can't find this constraint_it");
   clause.reserve(it->second.size());
   for (const literal_data& l : it->second) clause.add(l.variable, small_model::iset());
 }
 
 void proof_collector::get_explanation_clause(int id, clause_data& clause) const {
-  const explanation_data& data = get_explanation_data(id);
+  const explanation_data data = get_explanation_data(id);
   get_constraint_variables(data.constraint, clause);
-  const std::vector<small_model::iset>* sets = &data.literals;
-  static std::vector<small_model::iset> from_rule;
   if (data.rule) {
+    static std::vector<small_model::iset> from_rule;
     from_rule.clear();
     data.rule->get_explanation(from_rule);
-    sets = &from_rule;
+    for (std::size_t i = 0; i < clause.size(); ++i)
+      clause[i].set = i < from_rule.size() ? from_rule[i] : small_model::iset();
+  } else {
+    std::deque<small_model::iset>::const_iterator set = data.literals;
+    for (std::size_t i = 0; i < clause.size(); ++i)
+      clause[i].set = i < data.literal_count ? *set++ : small_model::iset();
   }
-  for (std::size_t i = 0; i < clause.size(); ++i)
-    clause[i].set = i < sets->size() ? (*sets)[i] : small_model::iset();
   // A parameter with an empty set takes no part in the clause; the last literal
   // fills the hole, which fixes the order of the printed explanation.
   clause_data::literal_vector& literals = clause.literals();
@@ -199,6 +393,35 @@ void proof_collector::get_explanation_clause(int id, clause_data& clause) const 
 }
 
 //==== resolution ====================================================================
+
+namespace {
+
+// The normal form of clause_data::canonicalize (by variable, one literal each, no
+// empty set), reached faster on what resolution hands over: the resolvent so far
+// comes in normal form but for its last literal, the previous pivot, so only that
+// and the other side's few literals need sorting, then one merge.
+void normalize(clause_data::literal_vector& v) {
+  const auto sorted_end = std::is_sorted_until(v.begin(), v.end());
+  if (sorted_end != v.end()) {
+    std::sort(sorted_end, v.end());
+    static std::vector<literal_data> merged;  // keeps its capacity
+    merged.clear();
+    std::merge(v.begin(), sorted_end, sorted_end, v.end(), std::back_inserter(merged));
+    std::copy(merged.begin(), merged.end(), v.begin());
+  }
+  std::size_t to = 0;
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    if (to > 0 && v[to - 1].variable == v[i].variable)
+      v[to - 1].set |= v[i].set;
+    else
+      v[to++] = v[i];
+  }
+  v.resize(to);
+  v.erase(std::remove_if(v.begin(), v.end(), [](const literal_data& l) { return l.set.empty(); }),
+          v.end());
+}
+
+}  // namespace
 
 void proof_collector::resolve(const clause_data& left, const clause_data& right,
                               unsigned int pivot, clause_data& result) {
@@ -218,7 +441,7 @@ void proof_collector::resolve(const clause_data& left, const clause_data& right,
     else
       result.add(l);
   }
-  result.canonicalize();
+  normalize(result.literals());
   const small_model::iset both = a & b;
   if (!both.empty()) result.add(pivot, both);
 }
@@ -234,7 +457,8 @@ void proof_collector::traverse_proof(proof_visitor& visitor) const {
     throw std::runtime_error("No unsatisfiability record available");
   const unsigned int f = m_first_conflict_clause;
   const unsigned int n = unsigned(m_conflict_starts.size());
-  traversal t{visitor, -int(m_explanations.size()), std::vector<bool>(std::size_t(f) + n, false)};
+  traversal t{visitor, -int(m_explanation_count), std::vector<bool>(std::size_t(f) + n, false), {},
+              {}};
   std::fill(t.visited.begin(), t.visited.begin() + f, true);
   traverse_constraint(t, f + n - 1);
 }
@@ -257,11 +481,11 @@ void proof_collector::traverse_constraint(traversal& t, unsigned int constraint)
     if (c >= t.visited.size())
       throw std::runtime_error(
           "proof_collector::traverse_proof(): no derivation recorded for a learned constraint");
+    if (m_state[c - m_first_conflict_clause] & RELEASED)
+      throw std::runtime_error("Can't find this constraint_it");
     t.visited[c] = true;
     const std::size_t s = m_conflict_starts[c - m_first_conflict_clause];
-    std::size_t e = s + 1;
-    while (e < m_entries.size() && m_entries[e].second >= 0) ++e;
-    stack.push_back(frame{c, s, e, s});
+    stack.push_back(frame{c, s, analysis_end(s), s});
   };
   if (t.visited[constraint]) return;
   push(constraint);
@@ -302,12 +526,10 @@ void proof_collector::process_resolution(traversal& t, unsigned int constraint, 
   const int c = m_entries[entry].first;
   const unsigned int pivot = unsigned(m_entries[entry].second);
   if (is_explanation_clause(c)) t.visitor.visit_explanation(c);
-  clause_data right;
-  get_clause(c, right);
-  clause_data result;
-  resolve(current, right, pivot, result);
-  t.visitor.visit_resolution(pivot, current_id, current, c, right, result_id, result);
-  current = std::move(result);
+  get_clause(c, t.right);
+  resolve(current, t.right, pivot, t.result);
+  t.visitor.visit_resolution(pivot, current_id, current, c, t.right, result_id, t.result);
+  std::swap(current, t.result);
   current_id = result_id;
 }
 

@@ -1,6 +1,7 @@
 // Partial interpolants along the replayed refutation; see the header for the rules.
 #include "impl/proof_interpolant_visitor.h"
 
+#include <deque>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -103,7 +104,7 @@ formula proof_interpolant_visitor::learned_formula(unsigned int constraint) {
       constraint - first >= starts.size())
     throw std::runtime_error("proof_interpolant_visitor: constraint[" + std::to_string(constraint) +
                              "] was learned outside this refutation, so it belongs to neither part");
-  const std::vector<proof_collector::resolution_entry>& entries = m_collector->resolution_entries();
+  const std::deque<proof_collector::resolution_entry>& entries = m_collector->resolution_entries();
   const std::size_t s = starts[constraint - first];
   if (s + 1 < entries.size() && entries[s + 1].second >= 0)
     throw std::runtime_error("proof_interpolant_visitor: learned constraint[" +

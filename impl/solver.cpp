@@ -1036,6 +1036,8 @@ void solver::remove_unused_conflict_constraints_maybe() {
 
 void solver::forget_conflict_constraint(unsigned int constraint) {
   if (report_level > 1) std::cout << "removing rare conflict constraint[" << constraint << "]\n";
+  // While the constraint is still there: the proof keeps its clause or lets it go.
+  m_proof_collector->forget_constraint(constraint);
   std::unique_ptr<constraint_propagator> victim = std::move(m_propagators[constraint]);
   std::vector<unsigned int>().swap(m_connectivity[constraint].params());
   victim.reset();
@@ -1048,17 +1050,11 @@ void solver::forget_learned_constraints() {
   while (m_propagators.size() > m_first_learned) m_propagators.pop_back();
 }
 
-void solver::save_erased_prerequisites_for_proof(const std::vector<unsigned int>& kept) {
-  if (!want_proof()) return;
-  for (unsigned int constraint : m_dependencies->prerequisite_closure(kept)) {
-    if (!is_clause(constraint)) continue;
-    clause_data clause;
-    const std::vector<small_model::iset>& literals = clause_literals(constraint);
-    const std::vector<unsigned int>& params = m_connectivity[constraint].params();
-    for (unsigned int i = 0; i < params.size() && i < literals.size(); ++i)
-      clause.add(params[i], literals[i]);
-    m_proof_collector->save_clause(constraint, clause);
-  }
+void solver::save_erased_prerequisites_for_proof(const std::vector<unsigned int>&) {
+  // Nothing ahead of the erasure: forget_conflict_constraint hands each erased
+  // constraint to the proof, which keeps the clause exactly when a kept record
+  // cites it. Saving the whole closure of what stays, at every erasure, cost time
+  // and copies of clauses still in the solver.
 }
 
 //==== conflict analysis ================================================================

@@ -6,7 +6,9 @@
 
 #include "unit/test_support.h"
 
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
@@ -130,6 +132,89 @@ TEST(proof_checker_visitor, clauses_with_repeated_variables) {
                                   make({{Z, at_least(5)}, {Y, S({3})}, {Z, S({2})}}), -3,
                                   make({{Y, S({3})}}));
   EXPECT_TRUE(second.result());
+}
+
+// Resolvents live only within the analysis that made them: once it has given its
+// learned clause, one taken up again is refused, not looked up in the collector.
+TEST(proof_checker_visitor, a_resolvent_taken_up_after_its_analysis_is_refused) {
+  refutation_model m;
+  m.record();
+  const clause_data one = make({{X, at_least(2)}, {Y, at_least(2)}, {W, S({3})}});
+  const clause_data minus_one = make({{Y, at_least(2)}, {X, at_most(1)}});
+  const clause_data y_w = make({{Y, at_least(2)}, {W, S({3})}});
+  const clause_data zero = make({{W, at_most(2)}, {Y, at_least(2)}});
+  const clause_data y = make({{Y, at_least(2)}});
+  proof_checker_visitor checker(*m.collector, nullptr);
+  checker.visit_explanation(-1);
+  checker.visit_resolution(X, 1, one, -1, minus_one, -3, y_w);
+  checker.visit_resolution(W, -3, y_w, 0, zero, 4, y);
+  EXPECT_TRUE(checker.result());
+  // The learned clause stays known; the resolvent -3 does not.
+  checker.visit_resolution(W, 4, y, 0, zero, -7, y);
+  EXPECT_TRUE(checker.result());
+  checker.visit_resolution(W, -3, y_w, 0, zero, -8, y);
+  EXPECT_FALSE(checker.result());
+}
+
+// The verdict on a resolvent, against clause_data::equivalent: the true resolvent
+// in any order, its literals split or joined, with empty literals, passes; a random
+// change passes exactly when it leaves an equivalent clause.
+TEST(proof_checker_visitor, judges_resolvents_as_the_normal_form_does) {
+  std::mt19937 rng(11);
+  const auto random_set = [&] { return iset::from_bits(std::uint32_t(1 + rng() % 15)); };
+  unsigned int refused = 0;
+  for (int round = 0; round < 400; ++round) {
+    refutation_model m;
+    std::vector<iset> sets[2];
+    std::vector<unsigned int> vars[2];
+    clause_data premise[2];
+    for (int side = 0; side < 2; ++side) {
+      for (unsigned int i = 1 + rng() % 4; i > 0; --i) {
+        vars[side].push_back(unsigned(rng() % 4));
+        sets[side].push_back(random_set());
+        premise[side].add(vars[side].back(), sets[side].back());
+      }
+      constraint_connectivity_info& info =
+          m.s.add_constraint(std::make_unique<clause_propagator>(sets[side]));
+      for (unsigned int v : vars[side]) info << v;
+    }
+    const unsigned int pivot = vars[0][0];
+    clause_data truth;
+    iset a, b;
+    for (int side = 0; side < 2; ++side)
+      for (const literal_data& l : premise[side]) {
+        if (l.variable != pivot)
+          truth.add(l);
+        else
+          (side == 0 ? a : b) |= l.set;
+      }
+    truth.add(pivot, a & b);
+    for (int variant = 0; variant < 4; ++variant) {
+      clause_data result;
+      for (const literal_data& l : truth) {
+        // Split a literal in two, or add an empty one, now and then.
+        if (rng() % 3 == 0 && l.set.size() > 1) {
+          result.add(l.variable, iset::from_bits(l.set.bits() & (l.set.bits() - 1)));
+          result.add(l.variable, iset::from_bits(l.set.bits() & ~(l.set.bits() - 1)));
+        } else {
+          result.add(l);
+        }
+        if (rng() % 4 == 0) result.add(unsigned(rng() % 4), iset());
+      }
+      std::shuffle(result.literals().begin(), result.literals().end(), rng);
+      if (variant > 0 && result.size() > 0) {
+        literal_data& l = result[rng() % result.size()];
+        if (variant == 1) l.set = iset::from_bits(l.set.bits() ^ (1u << (rng() % 4)));
+        if (variant == 2) l.variable = unsigned(rng() % 4);
+        if (variant == 3) result.literals().pop_back();
+      }
+      proof_checker_visitor checker(*m.collector, nullptr);
+      checker.visit_resolution(pivot, 4, premise[0], 5, premise[1], -100, result);
+      EXPECT_EQ(checker.result(), truth.equivalent(result)) << "round " << round;
+      refused += checker.result() ? 0 : 1;
+    }
+  }
+  EXPECT_GT(refused, 300u);
 }
 
 // Pigeons into one hole fewer as clauses, refuted by the solver with a proof.

@@ -6,7 +6,10 @@
 
 #include "unit/test_support.h"
 
+#include <algorithm>
+#include <deque>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -158,6 +161,163 @@ TEST(proof_collector, long_chains_of_learned_constraints_replay_without_recursio
   counting_visitor v;
   collector.traverse_proof(v);
   EXPECT_EQ(v.initial, std::vector<unsigned int>{x});
+}
+
+// Learned constraints are erased as they come, some cited by the next analysis and
+// some not, with analyses that name nothing in between: whatever the collector
+// releases and compacts on the way, the proof reads as from a collector that kept
+// everything, explanation ids and sets included.
+TEST(proof_collector, released_records_leave_the_proof_as_it_was) {
+  refutation_model kept, released;
+  for (refutation_model* m : {&kept, &released}) {
+    proof_collector& c = *m->collector;
+    const unsigned int first = m->s.num_constraints();
+    for (unsigned int i = 0; i < 3000; ++i) {
+      const unsigned int learned = first + i;
+      if (i % 3 == 1) {  // named nothing
+        c.record_conflict(3, {S({int(i % 4)}), at_most(1), iset()}, nullptr);
+        c.record_resolution(1, m->s.clause_literals(1), int(X), nullptr);
+      }
+      c.record_conflict(3, {iset(), at_most(int(i % 3)), at_least(2)}, nullptr);
+      // Every tenth is never erased; each one cites the last of those, and every
+      // third the one just before it.
+      if (i % 10 != 0)
+        c.record_resolution(first + i - i % 10, m->s.clause_literals(first + i - i % 10), int(Y),
+                            nullptr);
+      else if (i > 0)
+        c.record_resolution(learned - 10, m->s.clause_literals(learned - 10), int(Y), nullptr);
+      if (i % 3 == 0 && i > 0)
+        c.record_resolution(learned - 1, m->s.clause_literals(learned - 1), int(W), nullptr);
+      if (i % 7 == 0)
+        c.record_resolution(2, {}, int(Z),
+                            std::make_unique<fixed_rule>(std::vector<iset>{
+                                S({int(i % 2)}), at_most(1), iset(), at_least(int(i % 4))}));
+      c.record_resolution(0, m->s.clause_literals(0), int(W), nullptr);
+      c.name_conflict_clause(learned);
+      m->add_clause({at_least(int(i % 4)), S({int(i % 2)})}, {Y, Z});
+      const unsigned int previous = learned - 1;
+      if (i == 0 || (i - 1) % 10 == 0) continue;
+      if (m == &released) {
+        c.forget_constraint(previous);
+      } else {
+        clause_data clause;
+        c.get_solver_clause(previous, clause);
+        c.save_clause(previous, clause);
+      }
+      solver_test_access::erase(m->s, previous);
+    }
+    c.prepare_to_print();
+  }
+  EXPECT_EQ(proof_text(*released.collector), proof_text(*kept.collector));
+  EXPECT_EQ(kept.collector->released_count(), 0u);
+  EXPECT_GT(released.collector->released_count(), 1000u);
+  EXPECT_LT(released.collector->resolution_entries().size(),
+            kept.collector->resolution_entries().size() / 2);
+}
+
+// Random 3-SAT over 0/1 variables, refuted with learned constraints erased every
+// few backtracks. The records of an erased constraint must be released exactly
+// when no kept record reaches it: every live learned constraint may be a premise
+// later, and the final one is live.
+TEST(proof_collector, erasure_releases_exactly_what_no_kept_record_reaches) {
+  unsigned int refuted = 0, released = 0;
+  for (unsigned int seed = 1; seed <= 12; ++seed) {
+    std::mt19937 rng(seed);
+    solver s;
+    const unsigned int n = 30;
+    for (unsigned int v = 0; v < n; ++v) s.add_var(at_most(1));
+    for (unsigned int k = 0; k < 5 * n; ++k) {
+      std::vector<iset> literals;
+      std::vector<unsigned int> vars;
+      while (vars.size() < 3) {
+        const unsigned int v = unsigned(rng() % n);
+        if (std::find(vars.begin(), vars.end(), v) != vars.end()) continue;
+        vars.push_back(v);
+        literals.push_back(S({int(rng() % 2)}));
+      }
+      constraint_connectivity_info& info =
+          s.add_constraint(std::make_unique<clause_propagator>(literals));
+      for (unsigned int v : vars) info << v;
+    }
+    s.should_intersect_with_ground = false;
+    s.erase_after_backtracks = 3;
+    s.keep_constraints_from_conflicts = 4;
+    s.produce_proof(true);
+    std::ostringstream out;
+    if (s.solve(&out) != solver::UNSAT) continue;
+    ++refuted;
+    const proof_collector& c = dynamic_cast<const proof_collector&>(s.proof_collector());
+    EXPECT_TRUE(solver_test_access::is_correctly_unsat(s)) << "seed " << seed;
+    const unsigned int first = c.first_conflict_clause();
+    const unsigned int named = unsigned(c.conflict_starts().size());
+    const std::deque<proof_collector::resolution_entry>& entries = c.resolution_entries();
+    std::vector<bool> reached(named, false);
+    std::vector<unsigned int> work;
+    for (unsigned int k = 0; k < named; ++k) {
+      const unsigned int constraint = first + k;
+      if (constraint < s.num_constraints() && s.propagator(constraint)) {
+        reached[k] = true;
+        work.push_back(k);
+      }
+    }
+    while (!work.empty()) {
+      const unsigned int k = work.back();
+      work.pop_back();
+      ASSERT_FALSE(c.is_released(first + k)) << "seed " << seed;
+      for (std::size_t i = c.conflict_starts()[k];
+           i < entries.size() && (i == c.conflict_starts()[k] || entries[i].second >= 0); ++i) {
+        const int id = entries[i].first;
+        if (id < int(first) || unsigned(id) >= first + named || reached[unsigned(id) - first])
+          continue;
+        reached[unsigned(id) - first] = true;
+        work.push_back(unsigned(id) - first);
+      }
+    }
+    for (unsigned int k = 0; k < named; ++k)
+      EXPECT_EQ(c.is_released(first + k), !reached[k]) << "seed " << seed << " constraint " << k;
+    released += c.released_count();
+  }
+  EXPECT_GT(refuted, 6u);
+  EXPECT_GT(released, 0u);
+}
+
+// Against the normal form of clause_data::canonicalize, literal by literal: left
+// sides in the shape the replay hands over (normal form but for the last literal)
+// and in any shape at all, with repeated variables and empty sets.
+TEST(proof_collector, resolvents_match_the_normal_form_on_random_clauses) {
+  std::mt19937 rng(7);
+  const auto random_literal = [&] {
+    return literal_data(unsigned(rng() % 8), iset::from_bits(std::uint32_t(rng() % 16)));
+  };
+  for (int round = 0; round < 3000; ++round) {
+    clause_data left, right;
+    for (unsigned int i = rng() % 12; i > 0; --i) left.add(random_literal());
+    if (round % 2 == 0) {
+      left.canonicalize();
+      left.add(random_literal());
+    }
+    for (unsigned int i = rng() % 5; i > 0; --i) right.add(random_literal());
+    const unsigned int pivot = unsigned(rng() % 8);
+    clause_data expected;
+    iset a, b;
+    for (const literal_data& l : left) {
+      if (l.variable == pivot)
+        a |= l.set;
+      else
+        expected.add(l);
+    }
+    for (const literal_data& l : right) {
+      if (l.variable == pivot)
+        b |= l.set;
+      else
+        expected.add(l);
+    }
+    expected.canonicalize();
+    if (!(a & b).empty()) expected.add(pivot, a & b);
+    clause_data result;
+    proof_collector::resolve(left, right, pivot, result);
+    ASSERT_EQ(text(result), text(expected)) << "round " << round;
+  }
 }
 
 TEST(proof_collector, resolvents) {
