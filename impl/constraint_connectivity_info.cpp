@@ -26,7 +26,12 @@ void constraint_connectivity_info::put_in_queue(queue_type queue) {
   m_solver->put_in_queue(m_constraint_index, queue);
 }
 
-const small_model::iset& constraint_connectivity_info::domain(unsigned int param) const {
+constraint_connectivity_info::constraint_connectivity_info(solver* owner, unsigned int index)
+    : m_solver(owner), m_constraint_index(index) {
+  if (owner) m_trail = &owner->stack();
+}
+
+const small_model::iset& constraint_connectivity_info::read_domain(unsigned int param) const {
   return m_solver->stack().domain(m_params.at(param));
 }
 

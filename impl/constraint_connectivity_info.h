@@ -58,8 +58,7 @@ class local_watch_list {
 class constraint_connectivity_info : public constraint_runtime_info {
  public:
   constraint_connectivity_info() = default;
-  constraint_connectivity_info(solver* owner, unsigned int index)
-      : m_solver(owner), m_constraint_index(index) {}
+  constraint_connectivity_info(solver* owner, unsigned int index);
 
   // Appends one parameter; chains.
   constraint_connectivity_info& operator<<(unsigned int variable) {
@@ -70,7 +69,7 @@ class constraint_connectivity_info : public constraint_runtime_info {
   bool reduced_between_activations(unsigned int param) const override;
   queue_type originating_queue() const override;
   void put_in_queue(queue_type queue) override;
-  const small_model::iset& domain(unsigned int param) const override;
+  const small_model::iset& read_domain(unsigned int param) const override;
   void set_domain(unsigned int param, small_model::iset set) override;
   unsigned int arity() const override { return unsigned(m_params.size()); }
   void deallocate_watch(unsigned int param, watch_types::watch_type type,
@@ -102,7 +101,6 @@ class constraint_connectivity_info : public constraint_runtime_info {
 
  private:
   solver* m_solver = nullptr;
-  std::vector<unsigned int> m_params;
   unsigned int m_constraint_index = 0;
   unsigned int m_conflict_count = 0;
   unsigned long long m_previous_activation_time = 0;
@@ -128,7 +126,7 @@ class constraint_watchless_info : public constraint_runtime_info {
     m_override = false;
     m_inner->put_in_queue(queue);
   }
-  const small_model::iset& domain(unsigned int param) const override {
+  const small_model::iset& read_domain(unsigned int param) const override {
     return m_inner->domain(param);
   }
   void set_domain(unsigned int param, small_model::iset set) override {

@@ -13,7 +13,9 @@
 
 #include <initializer_list>
 #include <iosfwd>
+#include <vector>
 
+#include "impl/assignment_stack.h"
 #include "impl/small_iset.h"
 #include "impl/utilities.h"
 #include "impl/var_watchers.h"
@@ -33,7 +35,12 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   virtual bool reduced_between_activations(unsigned int param) const = 0;
   virtual queue_type originating_queue() const = 0;
   virtual void put_in_queue(queue_type queue) = 0;
-  virtual const small_model::iset& domain(unsigned int param) const = 0;
+  // The propagators' hottest read. An info over the solver's own parameters reads
+  // the trail directly; every other kind answers through read_domain.
+  const small_model::iset& domain(unsigned int param) const {
+    if (m_trail) return m_trail->domain(m_params[param]);
+    return read_domain(param);
+  }
   // Narrows param to set (a subset of its domain). Equal size means equal set:
   // such a write changes nothing.
   virtual void set_domain(unsigned int param, small_model::iset set) = 0;
@@ -65,6 +72,13 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   void set_domains(std::initializer_list<unsigned int> params, small_model::iset set);
   // Debug aid: print, then one line per parameter.
   void show_self() const;
+
+ protected:
+  virtual const small_model::iset& read_domain(unsigned int param) const = 0;
+
+  // Set only by infos whose parameters are variables of this trail.
+  const assignment_stack* m_trail = nullptr;
+  std::vector<unsigned int> m_params;
 };
 
 }  // namespace zelk

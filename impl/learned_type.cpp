@@ -46,7 +46,7 @@ bool learned_type::info_type::reduced_between_activations(unsigned int param) co
   return param < m_overlaid.size() && m_overlaid[param];
 }
 
-const small_model::iset& learned_type::info_type::domain(unsigned int param) const {
+const small_model::iset& learned_type::info_type::read_domain(unsigned int param) const {
   if (param < m_overlaid.size() && m_overlaid[param]) return m_overlay[param];
   const implication_node& node = m_learned->m_nodes[param];
   unsigned int e = node.modification;

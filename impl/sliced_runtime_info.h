@@ -28,7 +28,7 @@ class sliced_runtime_info : public constraint_runtime_info {
   }
   queue_type originating_queue() const override { return m_outer->originating_queue(); }
   void put_in_queue(queue_type queue) override { m_writable->put_in_queue(queue); }
-  const small_model::iset& domain(unsigned int param) const override {
+  const small_model::iset& read_domain(unsigned int param) const override {
     return m_pending[param] ? m_pending_domains[param] : m_outer->domain(m_begin + param);
   }
   void set_domain(unsigned int param, small_model::iset set) override;

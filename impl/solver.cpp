@@ -591,17 +591,15 @@ void solver::deallocate_value_watch(unsigned int var, int value, watch_handle_t 
 
 bool solver::variable_event::comparator::operator()(const variable_event& a,
                                                     const variable_event& b) const {
-  const unsigned int depth = m_stack->depth();
-  const unsigned int decision =
-      depth == 0 ? 0xFFFFFFFFu : m_stack->decision_modification(depth);
-  const auto distance = [&](const variable_event& e) {
-    return m_stack->state(e.variable).last_modification - decision;
-  };
-  const double sa = m_stack->domain(a.variable).size();
-  const double sb = m_stack->domain(b.variable).size();
+  const unsigned int decision = m_stack->deepest_decision_modification();
+  const assignment_stack::variable_state& va = m_stack->state(a.variable);
+  const assignment_stack::variable_state& vb = m_stack->state(b.variable);
+  const double sa = va.domain.size();
+  const double sb = vb.domain.size();
   const double lost_a = double(a.previous_size) - sa;
   const double lost_b = double(b.previous_size) - sb;
-  return sa * lost_b * double(distance(a)) > sb * lost_a * double(distance(b));
+  return sa * lost_b * double(va.last_modification - decision) >
+         sb * lost_a * double(vb.last_modification - decision);
 }
 
 void solver::clear_event_heap() {
