@@ -66,6 +66,7 @@ propagation_types::result_type clause_propagation_algo::init(constraint_runtime_
       w.value = m_literals[q].min();
       w.handle = info.allocate_value_watch(q, w.value);
       w.param = int(q);
+      sync_filters(info);
       break;
     }
     return VALID;
@@ -179,6 +180,19 @@ void clause_propagation_algo::add_watch(constraint_runtime_info& info, unsigned 
   w.handle = info.allocate_value_watch(param, value);
   w.param = int(param);
   w.value = value;
+  sync_filters(info);
+}
+
+void clause_propagation_algo::sync_filters(const constraint_runtime_info& info) {
+  for (unsigned int which = 0; which < 2; ++which) {
+    const watch_info& w = m_watches[which];
+    if (w.handle.is_null()) continue;
+    const watch_info& other = m_watches[1 - which];
+    var_watchers_base::watcher_info_type& node = *w.handle.position();
+    node.filter_var = other.param >= 0 ? info.trail_variable(unsigned(other.param))
+                                       : var_watchers_base::NO_FILTER;
+    if (other.param >= 0) node.filter_bits = m_literals[unsigned(other.param)].bits();
+  }
 }
 
 void clause_propagation_algo::remove_watch(constraint_runtime_info& info, unsigned int which) {
@@ -189,6 +203,7 @@ void clause_propagation_algo::remove_watch(constraint_runtime_info& info, unsign
     w.handle = watch_handle_t();
   }
   w.param = -1;
+  sync_filters(info);
 }
 
 void clause_propagation_algo::change_watch(constraint_runtime_info& info, unsigned int which,

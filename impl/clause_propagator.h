@@ -129,6 +129,9 @@ class clause_propagation_algo : public propagation_types {
   // record is missing).
   result_type propagate_watch_lost(constraint_runtime_info& info);
   unsigned int first_free_record() const { return m_watches[0].param >= 0 ? 1u : 0u; }
+  // Gives each held watch the other watched literal as its filter: while that
+  // literal holds, a lost watched value finds the clause valid and moves nothing.
+  void sync_filters(const constraint_runtime_info& info);
 
   literal_vector m_literals;  // one per parameter; an empty set can never hold
   watch_info m_watches[2];

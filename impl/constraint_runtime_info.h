@@ -41,6 +41,11 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
     if (m_trail) return m_trail->domain(m_params[param]);
     return read_domain(param);
   }
+  // The trail variable behind param; NO_VARIABLE for infos that do not read the trail.
+  static constexpr unsigned int NO_VARIABLE = 0xFFFFFFFFu;
+  virtual unsigned int trail_variable(unsigned int param) const {
+    return m_trail ? m_params[param] : NO_VARIABLE;
+  }
   // Narrows param to set (a subset of its domain). Equal size means equal set:
   // such a write changes nothing.
   virtual void set_domain(unsigned int param, small_model::iset set) = 0;
@@ -57,7 +62,8 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   // How hard a propagator may try on this activation; 0 is the normal level.
   virtual unsigned int effort() const;
   // True while reads are hypothetical (a querying slice).
-  virtual bool querying_domain() const;
+  // Trail reads are never hypothetical; other kinds answer through is_querying.
+  bool querying_domain() const { return m_trail ? false : is_querying(); }
   virtual void print(std::ostream& os) const;
   virtual void print_prefix(std::ostream& os) const;
   // Process-wide tuning bounds for approximated arithmetic, read once from the
@@ -75,6 +81,7 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
 
  protected:
   virtual const small_model::iset& read_domain(unsigned int param) const = 0;
+  virtual bool is_querying() const;
 
   // Set only by infos whose parameters are variables of this trail.
   const assignment_stack* m_trail = nullptr;

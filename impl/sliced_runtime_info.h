@@ -48,7 +48,7 @@ class sliced_runtime_info : public constraint_runtime_info {
   }
   unsigned int latest_modified_param(unsigned int before) const override;
   unsigned int effort() const override { return m_outer->effort(); }
-  bool querying_domain() const override { return m_querying; }
+  bool is_querying() const override { return m_querying; }
   void print(std::ostream& os) const override;
   void print_param(std::ostream& os, unsigned int param) const override {
     m_outer->print_param(os, m_begin + param);

@@ -594,12 +594,13 @@ bool solver::variable_event::comparator::operator()(const variable_event& a,
   const unsigned int decision = m_stack->deepest_decision_modification();
   const assignment_stack::variable_state& va = m_stack->state(a.variable);
   const assignment_stack::variable_state& vb = m_stack->state(b.variable);
-  const double sa = va.domain.size();
-  const double sb = vb.domain.size();
-  const double lost_a = double(a.previous_size) - sa;
-  const double lost_b = double(b.previous_size) - sb;
-  return sa * lost_b * double(va.last_modification - decision) >
-         sb * lost_a * double(vb.last_modification - decision);
+  // Exact in 64 bits (sizes up to 32, distances below 2^32), as the doubles were.
+  const std::int64_t sa = va.domain.size();
+  const std::int64_t sb = vb.domain.size();
+  const std::int64_t lost_a = std::int64_t(a.previous_size) - sa;
+  const std::int64_t lost_b = std::int64_t(b.previous_size) - sb;
+  return sa * lost_b * std::int64_t(va.last_modification - decision) >
+         sb * lost_a * std::int64_t(vb.last_modification - decision);
 }
 
 void solver::clear_event_heap() {
@@ -688,6 +689,17 @@ bool solver::propagate_one_constraint(unsigned int c, bool report) {
   return r != propagation_types::UNSAT;
 }
 
+// What propagate_one_constraint records for an activation that answers "valid"
+// and changes nothing, without calling the propagator.
+void solver::note_valid_activation(unsigned int c) {
+  constraint_connectivity_info& info = m_connectivity[c];
+  info.clear_modified();
+  if (c < m_constraint_queue.max_elements()) m_constraint_queue.mark(c);
+  info.finalize_prev_activation(m_time);
+  m_last_constraint = c;
+  tick();
+}
+
 // Activates the watchers of the keys whose bit is set in `keys`, keys from the
 // last to the first, each list from the back. An activation may release the
 // present watcher or add watchers: the next position is taken before it, and the
@@ -704,7 +716,12 @@ bool solver::activate_watchers(Watchers& watchers, std::uint32_t keys) {
     for (;;) {
       const bool first = current == watchers.key_at(k).watchers.begin();
       const auto next = first ? current : std::prev(current);
-      if (!propagate_one_constraint(current->constraint, false)) return false;
+      const var_watchers_base::watcher_info_type& w = *current;
+      if (w.filter_var != var_watchers_base::NO_FILTER && report_level == 0 &&
+          (m_stack.domain(w.filter_var).bits() & ~w.filter_bits) == 0)
+        note_valid_activation(w.constraint);
+      else if (!propagate_one_constraint(w.constraint, false))
+        return false;
       if (first) break;
       current = next;
     }

@@ -277,6 +277,7 @@ class solver : private solver_types, private no_copy, private watch_types {
   bool propagate_constraints_touching_var(unsigned int var, unsigned int modification);
   template <class Watchers>
   bool activate_watchers(Watchers& watchers, std::uint32_t keys);
+  void note_valid_activation(unsigned int c);
   bool propagate_one_constraint(unsigned int constraint, bool report);
   bool propagate_dirty_learned_constraint(constraint_run_level& entry);
   void report_last_propagation(propagation_types::result_type result, bool forced) const;

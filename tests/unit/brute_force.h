@@ -222,7 +222,7 @@ class recording_info : public constraint_explicit_info {
     domains() = d;
   }
   queue_type originating_queue() const override { return m_queue; }
-  bool querying_domain() const override { return m_querying; }
+  bool is_querying() const override { return m_querying; }
   void put_in_queue(queue_type queue) override { queued.push_back(queue); }
   const small_model::iset& read_domain(unsigned int param) const override {
     ++reads[param];
