@@ -66,7 +66,8 @@ propagation_types::result_type clause_propagation_algo::init(constraint_runtime_
       w.value = m_literals[q].min();
       w.handle = info.allocate_value_watch(q, w.value);
       w.param = int(q);
-      sync_filters(info);
+      w.variable = info.trail_variable(q);
+      sync_filters();
       break;
     }
     return VALID;
@@ -180,18 +181,22 @@ void clause_propagation_algo::add_watch(constraint_runtime_info& info, unsigned 
   w.handle = info.allocate_value_watch(param, value);
   w.param = int(param);
   w.value = value;
-  sync_filters(info);
+  w.variable = info.trail_variable(param);
+  sync_filters();
 }
 
-void clause_propagation_algo::sync_filters(const constraint_runtime_info& info) {
+void clause_propagation_algo::sync_filters() {
   for (unsigned int which = 0; which < 2; ++which) {
     const watch_info& w = m_watches[which];
     if (w.handle.is_null()) continue;
     const watch_info& other = m_watches[1 - which];
     var_watchers_base::watcher_info_type& node = *w.handle.position();
-    node.filter_var = other.param >= 0 ? info.trail_variable(unsigned(other.param))
-                                       : var_watchers_base::NO_FILTER;
-    if (other.param >= 0) node.filter_bits = m_literals[unsigned(other.param)].bits();
+    if (other.param >= 0) {
+      node.filter_var = other.variable;
+      node.filter_bits = m_literals[unsigned(other.param)].bits();
+    } else {
+      node.filter_var = var_watchers_base::NO_FILTER;
+    }
   }
 }
 
@@ -202,8 +207,8 @@ void clause_propagation_algo::remove_watch(constraint_runtime_info& info, unsign
     info.deallocate_value_watch(unsigned(w.param), w.value, w.handle);
     w.handle = watch_handle_t();
   }
+  // Every removal is followed by an add_watch, which renews both filters.
   w.param = -1;
-  sync_filters(info);
 }
 
 void clause_propagation_algo::change_watch(constraint_runtime_info& info, unsigned int which,

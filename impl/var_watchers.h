@@ -35,6 +35,8 @@ class var_watchers_base {
     unsigned int filter_var = NO_FILTER;
     std::uint32_t filter_bits = 0;
   };
+  // A watch record stays packed: the walks read it for every watcher.
+  static_assert(sizeof(watcher_info_type) == 12);
   typedef std::list<watcher_info_type, pool_alloc<watcher_info_type>> list_type;
 
   // One watched key and its watchers. Moving keeps the nodes (and thus the handles).
