@@ -90,6 +90,18 @@ void constraint_connectivity_info::finalize_prev_activation(unsigned long long n
   m_previous_activation_time = now;
   if (!m_modified_in_activation) return;
   const assignment_stack& stack = m_solver->stack();
+  // Most activations that change something write one variable once (a clause's
+  // unit). Entry times never fall along the trail, so when the newest entry is the
+  // only one of this time and ours, its variable is the only one to notify.
+  const unsigned int n = stack.num_modifications();
+  if (n > 0) {
+    const assignment_stack::variable_modification_entry& last = stack.modification(n - 1);
+    if (last.time == now && last.cause == int(m_constraint_index) &&
+        (n == 1 || stack.modification(n - 2).time != now)) {
+      m_solver->notify_modification(last.variable, int(m_constraint_index));
+      return;
+    }
+  }
   for (unsigned int var : m_params) {
     const unsigned int last = stack.state(var).last_modification;
     if (last != assignment_stack::NO_PREVIOUS_MODIFICATION && stack.modification(last).time == now)
