@@ -310,7 +310,7 @@ bool clause_propagator::get_disjunction_specification(disjunction_specification&
 }
 
 bool clause_propagator::may_combine(const constraint_propagator& other) const {
-  if (dynamic_cast<const clause_propagator*>(&other)) return false;
+  if (other.as_clause()) return false;
   return other.may_combine(*this);
 }
 
@@ -319,7 +319,7 @@ std::unique_ptr<constraint_propagator> clause_propagator::combine(
     const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
     unsigned int pivot, std::vector<unsigned int>& out) const {
   // Two clauses would hand the work back and forth for ever; they resolve instead.
-  if (dynamic_cast<const clause_propagator*>(&right)) return nullptr;
+  if (right.as_clause()) return nullptr;
   return combine_other_first(info, right, right_info, map, pivot, out);
 }
 

@@ -145,6 +145,7 @@ class clause_propagator : public constraint_propagator_from_algo<clause_propagat
       : constraint_propagator_from_algo(clause_propagation_algo(literal_vector(literals))) {}
   explicit clause_propagator(literal_vector literals)
       : constraint_propagator_from_algo(clause_propagation_algo(std::move(literals))) {}
+  const clause_propagator* as_clause() const override { return this; }
 
   // The solver reads the literals of a clause constraint directly (explanations,
   // is_clause / clause_literals).

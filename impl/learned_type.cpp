@@ -359,7 +359,7 @@ void learned_type::update_explanation() {
 
 void learned_type::update_explanation(const constraint_runtime_info& info) {
   if ((!m_literals.empty() && m_explanation_valid) || !m_constraint) return;
-  if (!m_literals.empty() && dynamic_cast<const clause_propagator*>(m_constraint)) return;
+  if (!m_literals.empty() && m_constraint->as_clause()) return;
   static literal_vector previous;
   const bool report = m_solver->report_level >= 2;
   if (report) previous = m_literals;

@@ -135,11 +135,11 @@ void solver::print_constraint(std::ostream& os, unsigned int constraint) const {
 
 bool solver::is_clause(unsigned int constraint) const {
   return constraint < m_propagators.size() &&
-         dynamic_cast<const clause_propagator*>(m_propagators[constraint].get()) != nullptr;
+         m_propagators[constraint] && m_propagators[constraint]->as_clause() != nullptr;
 }
 
 const std::vector<small_model::iset>& solver::clause_literals(unsigned int constraint) const {
-  return dynamic_cast<const clause_propagator&>(*m_propagators.at(constraint)).literals();
+  return m_propagators.at(constraint)->as_clause()->literals();
 }
 
 bool solver::want_proof() const { return m_proof_collector->want_proof(); }
@@ -1137,7 +1137,7 @@ solver::explanation_views solver::get_constraint_explanation(unsigned int constr
   static std::vector<small_model::iset> explanation;
   explanation_views views;
   const constraint_propagator& propagator = *m_propagators[constraint];
-  if (const clause_propagator* clause = dynamic_cast<const clause_propagator*>(&propagator)) {
+  if (const clause_propagator* clause = propagator.as_clause()) {
     views.explanation = &clause->literals();
     return views;
   }
