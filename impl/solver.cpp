@@ -717,6 +717,13 @@ bool solver::activate_watchers(Watchers& watchers, std::uint32_t keys) {
       const bool first = current == watchers.key_at(k).watchers.begin();
       const auto next = first ? current : std::prev(current);
       const var_watchers_base::watcher_info_type& w = *current;
+      if (!first) {
+        // The next watcher's objects are scattered on the heap: ask for them while
+        // this one runs.
+        const unsigned int nc = next->constraint;
+        __builtin_prefetch(m_propagators[nc].get());
+        __builtin_prefetch(&m_connectivity[nc]);
+      }
       if (w.filter_var != var_watchers_base::NO_FILTER && report_level == 0 &&
           (m_stack.domain(w.filter_var).bits() & ~w.filter_bits) == 0)
         note_valid_activation(w.constraint);
