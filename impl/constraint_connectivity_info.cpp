@@ -27,7 +27,7 @@ void constraint_connectivity_info::put_in_queue(queue_type queue) {
 }
 
 constraint_connectivity_info::constraint_connectivity_info(solver* owner, unsigned int index)
-    : m_solver(owner), m_constraint_index(index) {
+    : m_solver(owner), m_constraint_index(index & 0x7FFFFFFFu) {
   if (owner) m_trail = &owner->stack();
 }
 

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <list>
+#include <type_traits>
 #include <vector>
 
 #include "impl/constraint_runtime_info.h"
@@ -95,18 +96,19 @@ class constraint_connectivity_info : public constraint_runtime_info {
   void clear_previous_activation_time() { m_previous_activation_time = 0; }
   bool modified_in_activation() const { return m_modified_in_activation; }
   void clear_modified() { m_modified_in_activation = false; }
-  solver_types::label_type labels() const { return m_labels; }
-  void set_labels(solver_types::label_type labels) { m_labels = labels; }
   solver* owner() const { return m_solver; }
 
  private:
   solver* m_solver = nullptr;
-  unsigned int m_constraint_index = 0;
+  // Index and flag share a word: one info per constraint ever made stays for the
+  // whole run, so the record is kept at 64 bytes.
+  unsigned int m_constraint_index : 31 = 0;
+  unsigned int m_modified_in_activation : 1 = 0;
   unsigned int m_conflict_count = 0;
   unsigned long long m_previous_activation_time = 0;
-  bool m_modified_in_activation = false;
-  solver_types::label_type m_labels = 0;
 };
+static_assert(sizeof(constraint_connectivity_info) <= 64, "one info per constraint ever made");
+static_assert(std::is_nothrow_move_constructible_v<constraint_connectivity_info>);
 
 class constraint_watchless_info : public constraint_runtime_info {
  public:

@@ -28,6 +28,13 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   enum queue_type { VARIABLE_QUEUE = 0, CONSTRAINT_QUEUE = 1 };
   static constexpr unsigned int NO_PARAM = 0xFFFFFFFFu;
 
+  constraint_runtime_info() = default;
+  // Moves must stay moves (the solver's vector of infos reallocates as constraints
+  // are learned): the declared destructor would otherwise turn them into copies.
+  constraint_runtime_info(const constraint_runtime_info&) = default;
+  constraint_runtime_info(constraint_runtime_info&&) noexcept = default;
+  constraint_runtime_info& operator=(const constraint_runtime_info&) = default;
+  constraint_runtime_info& operator=(constraint_runtime_info&&) noexcept = default;
   virtual ~constraint_runtime_info() = default;
 
   // True if the domain of param may have changed since this constraint last

@@ -107,20 +107,26 @@ solver::label_type solver::variable_labels(unsigned int var, label_type label) {
 }
 
 solver::label_type solver::constraint_labels(unsigned int constraint) const {
-  return m_connectivity.at(constraint).labels();
+  if (constraint >= m_connectivity.size()) throw std::out_of_range("constraint_labels");
+  if (constraint < m_learned_labelled.size() && m_learned_labelled[constraint]) return LEARNED_LABEL;
+  return constraint < m_constraint_labels.size() ? m_constraint_labels[constraint] : 0;
 }
 
 solver::label_type solver::constraint_labels(unsigned int constraint, label_type label) {
-  const label_type old = m_connectivity.at(constraint).labels();
-  m_connectivity[constraint].set_labels(label);
+  const label_type old = constraint_labels(constraint);
+  if (constraint < m_learned_labelled.size()) m_learned_labelled[constraint] = false;
+  if (constraint >= m_constraint_labels.size()) m_constraint_labels.resize(constraint + 1, 0);
+  m_constraint_labels[constraint] = label;
   return old;
 }
 
 std::vector<solver::label_type> solver::variables_touched_by_labels() const {
   std::vector<label_type> result(num_variables());
   for (unsigned int v = 0; v < result.size(); ++v) result[v] = m_stack.variable_labels(v);
-  for (const constraint_connectivity_info& info : m_connectivity)
-    for (unsigned int v : info.params()) result[v] |= info.labels();
+  for (unsigned int c = 0; c < m_connectivity.size(); ++c) {
+    const label_type labels = constraint_labels(c);
+    for (unsigned int v : m_connectivity[c].params()) result[v] |= labels;
+  }
   return result;
 }
 
@@ -1008,7 +1014,9 @@ unsigned int solver::insert_constraint(const learned_type& learned) {
   constraint_connectivity_info& info = add_constraint(std::move(propagator));
   info.params().reserve(learned.nodes().size());
   for (const assignment_stack::implication_node& node : learned.nodes()) info << node.variable;
-  info.set_labels(LEARNED_LABEL);
+  if (m_learned_labelled.size() <= index) m_learned_labelled.resize(index + 1, false);
+  m_learned_labelled[index] = true;
+  if (index < m_constraint_labels.size()) m_constraint_labels[index] = 0;
   if (m_searching && report_level > 0) {
     std::cout << "Inserting ";
     print_constraint(std::cout, index);
@@ -1067,6 +1075,8 @@ void solver::forget_conflict_constraint(unsigned int constraint) {
 void solver::forget_learned_constraints() {
   if (m_first_learned == 0) return;
   m_connectivity.resize(m_first_learned);
+  if (m_constraint_labels.size() > m_first_learned) m_constraint_labels.resize(m_first_learned);
+  if (m_learned_labelled.size() > m_first_learned) m_learned_labelled.resize(m_first_learned);
   while (m_propagators.size() > m_first_learned) m_propagators.pop_back();
 }
 
