@@ -11,6 +11,7 @@
 #ifndef ZELK_IMPL_CONSTRAINT_RUNTIME_INFO_H
 #define ZELK_IMPL_CONSTRAINT_RUNTIME_INFO_H
 
+#include <cassert>
 #include <initializer_list>
 #include <iosfwd>
 #include <vector>
@@ -45,7 +46,10 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   // The propagators' hottest read. An info over the solver's own parameters reads
   // the trail directly; every other kind answers through read_domain.
   const small_model::iset& domain(unsigned int param) const {
-    if (m_trail) return m_trail->domain(m_params[param]);
+    if (m_trail) {
+      assert(param < m_params.size());
+      return m_trail->domain(m_params[param]);
+    }
     return read_domain(param);
   }
   // The trail variable behind param; NO_VARIABLE for infos that do not read the trail.
