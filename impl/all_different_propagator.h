@@ -40,7 +40,7 @@ class all_different_propagator : public constraint_propagator {
     bool reduced_between_activations(unsigned int) const override { return true; }
     queue_type originating_queue() const override { return CONSTRAINT_QUEUE; }
     void put_in_queue(queue_type) override;
-    const small_model::iset& domain(unsigned int param) const override { return m_domains[param]; }
+    const small_model::iset& read_domain(unsigned int param) const override { return m_domains[param]; }
     void set_domain(unsigned int param, small_model::iset set) override;
     unsigned int arity() const override { return unsigned(m_domains.size()); }
     void deallocate_watch(unsigned int param, watch_types::watch_type type,

@@ -570,7 +570,7 @@ void assignment_stack::lower_var_heap_cost(unsigned int var) {
   while (pos > 0) {
     const std::size_t parent_pos = (pos - 1) / 2;
     const unsigned int parent = m_heap[parent_pos];
-    if (!is_better_variable(int(var), int(parent), 1)) break;
+    if (!beats(var, parent)) break;
     m_heap[pos] = parent;
     m_heap_positions[parent] = unsigned(pos);
     pos = parent_pos;
@@ -588,13 +588,13 @@ void assignment_stack::raise_var_heap_cost(unsigned int var) {
     if (left >= size) break;
     const std::size_t right = left + 1;
     const unsigned int left_var = m_heap[left];
-    const bool left_beats = is_better_variable(int(left_var), int(var), 1);
+    const bool left_beats = beats(left_var, var);
     std::size_t child;
     if (right < size) {
       const unsigned int right_var = m_heap[right];
-      const bool right_beats = is_better_variable(int(right_var), int(var), 1);
+      const bool right_beats = beats(right_var, var);
       if (left_beats && right_beats)
-        child = is_better_variable(int(left_var), int(right_var), 1) ? left : right;
+        child = beats(left_var, right_var) ? left : right;
       else if (left_beats)
         child = left;
       else if (right_beats)

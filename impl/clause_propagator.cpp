@@ -66,6 +66,8 @@ propagation_types::result_type clause_propagation_algo::init(constraint_runtime_
       w.value = m_literals[q].min();
       w.handle = info.allocate_value_watch(q, w.value);
       w.param = int(q);
+      w.variable = info.trail_variable(q);
+      sync_filters();
       break;
     }
     return VALID;
@@ -179,6 +181,23 @@ void clause_propagation_algo::add_watch(constraint_runtime_info& info, unsigned 
   w.handle = info.allocate_value_watch(param, value);
   w.param = int(param);
   w.value = value;
+  w.variable = info.trail_variable(param);
+  sync_filters();
+}
+
+void clause_propagation_algo::sync_filters() {
+  for (unsigned int which = 0; which < 2; ++which) {
+    const watch_info& w = m_watches[which];
+    if (w.handle.is_null()) continue;
+    const watch_info& other = m_watches[1 - which];
+    var_watchers_base::watcher_info_type& node = *w.handle.position();
+    if (other.param >= 0) {
+      node.filter_var = other.variable;
+      node.filter_bits = m_literals[unsigned(other.param)].bits();
+    } else {
+      node.filter_var = var_watchers_base::NO_FILTER;
+    }
+  }
 }
 
 void clause_propagation_algo::remove_watch(constraint_runtime_info& info, unsigned int which) {
@@ -188,6 +207,7 @@ void clause_propagation_algo::remove_watch(constraint_runtime_info& info, unsign
     info.deallocate_value_watch(unsigned(w.param), w.value, w.handle);
     w.handle = watch_handle_t();
   }
+  // Every removal is followed by an add_watch, which renews both filters.
   w.param = -1;
 }
 
@@ -290,7 +310,7 @@ bool clause_propagator::get_disjunction_specification(disjunction_specification&
 }
 
 bool clause_propagator::may_combine(const constraint_propagator& other) const {
-  if (dynamic_cast<const clause_propagator*>(&other)) return false;
+  if (other.as_clause()) return false;
   return other.may_combine(*this);
 }
 
@@ -299,7 +319,7 @@ std::unique_ptr<constraint_propagator> clause_propagator::combine(
     const constraint_runtime_info& right_info, const std::vector<unsigned int>& map,
     unsigned int pivot, std::vector<unsigned int>& out) const {
   // Two clauses would hand the work back and forth for ever; they resolve instead.
-  if (dynamic_cast<const clause_propagator*>(&right)) return nullptr;
+  if (right.as_clause()) return nullptr;
   return combine_other_first(info, right, right_info, map, pivot, out);
 }
 

@@ -45,6 +45,7 @@ class clause_propagation_algo : public propagation_types {
     int param = -1;         // -1: no watch
     watch_handle_t handle;  // null: no value watch held (satisfied, unit, or forgotten)
     int value = -1;         // the watched value; forget_watches keeps it
+    unsigned int variable = var_watchers_base::NO_FILTER;  // the trail variable of param
   };
 
   clause_propagation_algo() = default;
@@ -129,6 +130,9 @@ class clause_propagation_algo : public propagation_types {
   // record is missing).
   result_type propagate_watch_lost(constraint_runtime_info& info);
   unsigned int first_free_record() const { return m_watches[0].param >= 0 ? 1u : 0u; }
+  // Gives each held watch the other watched literal as its filter: while that
+  // literal holds, a lost watched value finds the clause valid and moves nothing.
+  void sync_filters();
 
   literal_vector m_literals;  // one per parameter; an empty set can never hold
   watch_info m_watches[2];
@@ -141,6 +145,7 @@ class clause_propagator : public constraint_propagator_from_algo<clause_propagat
       : constraint_propagator_from_algo(clause_propagation_algo(literal_vector(literals))) {}
   explicit clause_propagator(literal_vector literals)
       : constraint_propagator_from_algo(clause_propagation_algo(std::move(literals))) {}
+  const clause_propagator* as_clause() const override { return this; }
 
   // The solver reads the literals of a clause constraint directly (explanations,
   // is_clause / clause_literals).

@@ -10,7 +10,7 @@ void constraint_aged_info::put_in_queue(queue_type) {
   throw std::domain_error("Can't put_in_queue for constraint_aged_info");
 }
 
-const small_model::iset& constraint_aged_info::domain(unsigned int param) const {
+const small_model::iset& constraint_aged_info::read_domain(unsigned int param) const {
   if (m_domains.size() <= param) m_domains.resize(m_info->arity() > param ? m_info->arity()
                                                                            : param + 1);
   m_domains[param] = m_stack->var_domain_after_modification(m_map->to_variable(param), m_time);

@@ -59,9 +59,13 @@ class constraint_aged_info : public constraint_runtime_info {
   bool reduced_between_activations(unsigned int) const override { return false; }
   queue_type originating_queue() const override { return m_info->originating_queue(); }
   void put_in_queue(queue_type) override;
-  const small_model::iset& domain(unsigned int param) const override;
+  const small_model::iset& read_domain(unsigned int param) const override;
   void set_domain(unsigned int param, small_model::iset set) override;
   unsigned int arity() const override { return m_info->arity(); }
+  // Watches made through this view are the inner info's own.
+  unsigned int trail_variable(unsigned int param) const override {
+    return m_info->trail_variable(param);
+  }
   void deallocate_watch(unsigned int param, watch_types::watch_type type,
                         watch_handle_t handle) override;
   watch_handle_t allocate_watch(unsigned int param, watch_types::watch_type type) override;

@@ -26,7 +26,12 @@ void constraint_connectivity_info::put_in_queue(queue_type queue) {
   m_solver->put_in_queue(m_constraint_index, queue);
 }
 
-const small_model::iset& constraint_connectivity_info::domain(unsigned int param) const {
+constraint_connectivity_info::constraint_connectivity_info(solver* owner, unsigned int index)
+    : m_solver(owner), m_constraint_index(index & 0x7FFFFFFFu) {
+  if (owner) m_trail = &owner->stack();
+}
+
+const small_model::iset& constraint_connectivity_info::read_domain(unsigned int param) const {
   return m_solver->stack().domain(m_params.at(param));
 }
 
@@ -85,6 +90,18 @@ void constraint_connectivity_info::finalize_prev_activation(unsigned long long n
   m_previous_activation_time = now;
   if (!m_modified_in_activation) return;
   const assignment_stack& stack = m_solver->stack();
+  // Most activations that change something write one variable once (a clause's
+  // unit). Entry times never fall along the trail, so when the newest entry is the
+  // only one of this time and ours, its variable is the only one to notify.
+  const unsigned int n = stack.num_modifications();
+  if (n > 0) {
+    const assignment_stack::variable_modification_entry& last = stack.modification(n - 1);
+    if (last.time == now && last.cause == int(m_constraint_index) &&
+        (n == 1 || stack.modification(n - 2).time != now)) {
+      m_solver->notify_modification(last.variable, int(m_constraint_index));
+      return;
+    }
+  }
   for (unsigned int var : m_params) {
     const unsigned int last = stack.state(var).last_modification;
     if (last != assignment_stack::NO_PREVIOUS_MODIFICATION && stack.modification(last).time == now)

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <list>
+#include <type_traits>
 #include <vector>
 
 #include "impl/constraint_runtime_info.h"
@@ -58,8 +59,7 @@ class local_watch_list {
 class constraint_connectivity_info : public constraint_runtime_info {
  public:
   constraint_connectivity_info() = default;
-  constraint_connectivity_info(solver* owner, unsigned int index)
-      : m_solver(owner), m_constraint_index(index) {}
+  constraint_connectivity_info(solver* owner, unsigned int index);
 
   // Appends one parameter; chains.
   constraint_connectivity_info& operator<<(unsigned int variable) {
@@ -70,7 +70,7 @@ class constraint_connectivity_info : public constraint_runtime_info {
   bool reduced_between_activations(unsigned int param) const override;
   queue_type originating_queue() const override;
   void put_in_queue(queue_type queue) override;
-  const small_model::iset& domain(unsigned int param) const override;
+  const small_model::iset& read_domain(unsigned int param) const override;
   void set_domain(unsigned int param, small_model::iset set) override;
   unsigned int arity() const override { return unsigned(m_params.size()); }
   void deallocate_watch(unsigned int param, watch_types::watch_type type,
@@ -96,19 +96,19 @@ class constraint_connectivity_info : public constraint_runtime_info {
   void clear_previous_activation_time() { m_previous_activation_time = 0; }
   bool modified_in_activation() const { return m_modified_in_activation; }
   void clear_modified() { m_modified_in_activation = false; }
-  solver_types::label_type labels() const { return m_labels; }
-  void set_labels(solver_types::label_type labels) { m_labels = labels; }
   solver* owner() const { return m_solver; }
 
  private:
   solver* m_solver = nullptr;
-  std::vector<unsigned int> m_params;
-  unsigned int m_constraint_index = 0;
+  // Index and flag share a word: one info per constraint ever made stays for the
+  // whole run, so the record is kept at 64 bytes.
+  unsigned int m_constraint_index : 31 = 0;
+  unsigned int m_modified_in_activation : 1 = 0;
   unsigned int m_conflict_count = 0;
   unsigned long long m_previous_activation_time = 0;
-  bool m_modified_in_activation = false;
-  solver_types::label_type m_labels = 0;
 };
+static_assert(sizeof(constraint_connectivity_info) <= 64, "one info per constraint ever made");
+static_assert(std::is_nothrow_move_constructible_v<constraint_connectivity_info>);
 
 class constraint_watchless_info : public constraint_runtime_info {
  public:
@@ -128,7 +128,7 @@ class constraint_watchless_info : public constraint_runtime_info {
     m_override = false;
     m_inner->put_in_queue(queue);
   }
-  const small_model::iset& domain(unsigned int param) const override {
+  const small_model::iset& read_domain(unsigned int param) const override {
     return m_inner->domain(param);
   }
   void set_domain(unsigned int param, small_model::iset set) override {

@@ -20,7 +20,7 @@ class constraint_explicit_info : public constraint_runtime_info {
   bool reduced_between_activations(unsigned int) const override { return true; }
   queue_type originating_queue() const override { return CONSTRAINT_QUEUE; }
   void put_in_queue(queue_type) override {}
-  const small_model::iset& domain(unsigned int param) const override { return m_domains[param]; }
+  const small_model::iset& read_domain(unsigned int param) const override { return m_domains[param]; }
   void set_domain(unsigned int param, small_model::iset set) override {
     if (set.size() != m_domains[param].size()) m_domains[param] = set;
   }

@@ -37,6 +37,8 @@ class propagation_types {
 
 std::ostream& operator<<(std::ostream& os, propagation_types::result_type result);
 
+class clause_propagator;
+
 class constraint_propagator : protected watch_types, public propagation_types {
  public:
   typedef std::vector<small_model::iset> literal_vector;
@@ -47,6 +49,9 @@ class constraint_propagator : protected watch_types, public propagation_types {
   constraint_propagator& operator=(const constraint_propagator&) = default;
   virtual ~constraint_propagator() = default;
 
+  // The clause behind this propagator, if it is one: asked during every conflict
+  // analysis, where a dynamic_cast would compare type names.
+  virtual const clause_propagator* as_clause() const { return nullptr; }
   // Fixed number of parameters, or ANY_NUMBER_OF_PARAMS.
   virtual unsigned int count_params() const;
   // One-time set-up (watches). Zero (UNSAT) means the constraint is already false.

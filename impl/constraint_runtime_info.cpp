@@ -23,7 +23,7 @@ unsigned int constraint_runtime_info::latest_modified_param(unsigned int) const 
 
 unsigned int constraint_runtime_info::effort() const { return 0; }
 
-bool constraint_runtime_info::querying_domain() const { return false; }
+bool constraint_runtime_info::is_querying() const { return false; }
 
 void constraint_runtime_info::print(std::ostream&) const {}
 

@@ -11,9 +11,12 @@
 #ifndef ZELK_IMPL_CONSTRAINT_RUNTIME_INFO_H
 #define ZELK_IMPL_CONSTRAINT_RUNTIME_INFO_H
 
+#include <cassert>
 #include <initializer_list>
 #include <iosfwd>
+#include <vector>
 
+#include "impl/assignment_stack.h"
 #include "impl/small_iset.h"
 #include "impl/utilities.h"
 #include "impl/var_watchers.h"
@@ -26,6 +29,13 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   enum queue_type { VARIABLE_QUEUE = 0, CONSTRAINT_QUEUE = 1 };
   static constexpr unsigned int NO_PARAM = 0xFFFFFFFFu;
 
+  constraint_runtime_info() = default;
+  // Moves must stay moves (the solver's vector of infos reallocates as constraints
+  // are learned): the declared destructor would otherwise turn them into copies.
+  constraint_runtime_info(const constraint_runtime_info&) = default;
+  constraint_runtime_info(constraint_runtime_info&&) noexcept = default;
+  constraint_runtime_info& operator=(const constraint_runtime_info&) = default;
+  constraint_runtime_info& operator=(constraint_runtime_info&&) noexcept = default;
   virtual ~constraint_runtime_info() = default;
 
   // True if the domain of param may have changed since this constraint last
@@ -33,7 +43,20 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   virtual bool reduced_between_activations(unsigned int param) const = 0;
   virtual queue_type originating_queue() const = 0;
   virtual void put_in_queue(queue_type queue) = 0;
-  virtual const small_model::iset& domain(unsigned int param) const = 0;
+  // The propagators' hottest read. An info over the solver's own parameters reads
+  // the trail directly; every other kind answers through read_domain.
+  const small_model::iset& domain(unsigned int param) const {
+    if (m_trail) {
+      assert(param < m_params.size());
+      return m_trail->domain(m_params[param]);
+    }
+    return read_domain(param);
+  }
+  // The trail variable behind param; NO_VARIABLE for infos that do not read the trail.
+  static constexpr unsigned int NO_VARIABLE = 0xFFFFFFFFu;
+  virtual unsigned int trail_variable(unsigned int param) const {
+    return m_trail ? m_params[param] : NO_VARIABLE;
+  }
   // Narrows param to set (a subset of its domain). Equal size means equal set:
   // such a write changes nothing.
   virtual void set_domain(unsigned int param, small_model::iset set) = 0;
@@ -50,7 +73,8 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   // How hard a propagator may try on this activation; 0 is the normal level.
   virtual unsigned int effort() const;
   // True while reads are hypothetical (a querying slice).
-  virtual bool querying_domain() const;
+  // Trail reads are never hypothetical; other kinds answer through is_querying.
+  bool querying_domain() const { return m_trail ? false : is_querying(); }
   virtual void print(std::ostream& os) const;
   virtual void print_prefix(std::ostream& os) const;
   // Process-wide tuning bounds for approximated arithmetic, read once from the
@@ -65,6 +89,14 @@ class constraint_runtime_info : protected watch_types, protected solver_types {
   void set_domains(std::initializer_list<unsigned int> params, small_model::iset set);
   // Debug aid: print, then one line per parameter.
   void show_self() const;
+
+ protected:
+  virtual const small_model::iset& read_domain(unsigned int param) const = 0;
+  virtual bool is_querying() const;
+
+  // Set only by infos whose parameters are variables of this trail.
+  const assignment_stack* m_trail = nullptr;
+  std::vector<unsigned int> m_params;
 };
 
 }  // namespace zelk

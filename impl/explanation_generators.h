@@ -53,7 +53,7 @@ class explanation_generators {
     // CONSTRAINT_QUEUE, so that a propagator never postpones its work here.
     queue_type originating_queue() const override { return CONSTRAINT_QUEUE; }
     void put_in_queue(queue_type queue) override;
-    const small_model::iset& domain(unsigned int param) const override {
+    const small_model::iset& read_domain(unsigned int param) const override {
       return m_working.at(param);
     }
     void set_domain(unsigned int param, small_model::iset set) override {

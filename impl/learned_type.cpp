@@ -46,7 +46,7 @@ bool learned_type::info_type::reduced_between_activations(unsigned int param) co
   return param < m_overlaid.size() && m_overlaid[param];
 }
 
-const small_model::iset& learned_type::info_type::domain(unsigned int param) const {
+const small_model::iset& learned_type::info_type::read_domain(unsigned int param) const {
   if (param < m_overlaid.size() && m_overlaid[param]) return m_overlay[param];
   const implication_node& node = m_learned->m_nodes[param];
   unsigned int e = node.modification;
@@ -359,7 +359,7 @@ void learned_type::update_explanation() {
 
 void learned_type::update_explanation(const constraint_runtime_info& info) {
   if ((!m_literals.empty() && m_explanation_valid) || !m_constraint) return;
-  if (!m_literals.empty() && dynamic_cast<const clause_propagator*>(m_constraint)) return;
+  if (!m_literals.empty() && m_constraint->as_clause()) return;
   static literal_vector previous;
   const bool report = m_solver->report_level >= 2;
   if (report) previous = m_literals;

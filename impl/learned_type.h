@@ -47,7 +47,7 @@ class learned_type : private no_copy {
     bool reduced_between_activations(unsigned int param) const override;
     queue_type originating_queue() const override { return VARIABLE_QUEUE; }
     void put_in_queue(queue_type) override {}
-    const small_model::iset& domain(unsigned int param) const override;
+    const small_model::iset& read_domain(unsigned int param) const override;
     void set_domain(unsigned int param, small_model::iset set) override;
     unsigned int arity() const override;
     void deallocate_watch(unsigned int, watch_types::watch_type, watch_handle_t handle) override {

@@ -28,7 +28,7 @@ class sliced_runtime_info : public constraint_runtime_info {
   }
   queue_type originating_queue() const override { return m_outer->originating_queue(); }
   void put_in_queue(queue_type queue) override { m_writable->put_in_queue(queue); }
-  const small_model::iset& domain(unsigned int param) const override {
+  const small_model::iset& read_domain(unsigned int param) const override {
     return m_pending[param] ? m_pending_domains[param] : m_outer->domain(m_begin + param);
   }
   void set_domain(unsigned int param, small_model::iset set) override;
@@ -48,7 +48,7 @@ class sliced_runtime_info : public constraint_runtime_info {
   }
   unsigned int latest_modified_param(unsigned int before) const override;
   unsigned int effort() const override { return m_outer->effort(); }
-  bool querying_domain() const override { return m_querying; }
+  bool is_querying() const override { return m_querying; }
   void print(std::ostream& os) const override;
   void print_param(std::ostream& os, unsigned int param) const override {
     m_outer->print_param(os, m_begin + param);

@@ -107,20 +107,26 @@ solver::label_type solver::variable_labels(unsigned int var, label_type label) {
 }
 
 solver::label_type solver::constraint_labels(unsigned int constraint) const {
-  return m_connectivity.at(constraint).labels();
+  if (constraint >= m_connectivity.size()) throw std::out_of_range("constraint_labels");
+  if (constraint < m_learned_labelled.size() && m_learned_labelled[constraint]) return LEARNED_LABEL;
+  return constraint < m_constraint_labels.size() ? m_constraint_labels[constraint] : 0;
 }
 
 solver::label_type solver::constraint_labels(unsigned int constraint, label_type label) {
-  const label_type old = m_connectivity.at(constraint).labels();
-  m_connectivity[constraint].set_labels(label);
+  const label_type old = constraint_labels(constraint);
+  if (constraint < m_learned_labelled.size()) m_learned_labelled[constraint] = false;
+  if (constraint >= m_constraint_labels.size()) m_constraint_labels.resize(constraint + 1, 0);
+  m_constraint_labels[constraint] = label;
   return old;
 }
 
 std::vector<solver::label_type> solver::variables_touched_by_labels() const {
   std::vector<label_type> result(num_variables());
   for (unsigned int v = 0; v < result.size(); ++v) result[v] = m_stack.variable_labels(v);
-  for (const constraint_connectivity_info& info : m_connectivity)
-    for (unsigned int v : info.params()) result[v] |= info.labels();
+  for (unsigned int c = 0; c < m_connectivity.size(); ++c) {
+    const label_type labels = constraint_labels(c);
+    for (unsigned int v : m_connectivity[c].params()) result[v] |= labels;
+  }
   return result;
 }
 
@@ -135,11 +141,11 @@ void solver::print_constraint(std::ostream& os, unsigned int constraint) const {
 
 bool solver::is_clause(unsigned int constraint) const {
   return constraint < m_propagators.size() &&
-         dynamic_cast<const clause_propagator*>(m_propagators[constraint].get()) != nullptr;
+         m_propagators[constraint] && m_propagators[constraint]->as_clause() != nullptr;
 }
 
 const std::vector<small_model::iset>& solver::clause_literals(unsigned int constraint) const {
-  return dynamic_cast<const clause_propagator&>(*m_propagators.at(constraint)).literals();
+  return m_propagators.at(constraint)->as_clause()->literals();
 }
 
 bool solver::want_proof() const { return m_proof_collector->want_proof(); }
@@ -591,17 +597,16 @@ void solver::deallocate_value_watch(unsigned int var, int value, watch_handle_t 
 
 bool solver::variable_event::comparator::operator()(const variable_event& a,
                                                     const variable_event& b) const {
-  const unsigned int depth = m_stack->depth();
-  const unsigned int decision =
-      depth == 0 ? 0xFFFFFFFFu : m_stack->decision_modification(depth);
-  const auto distance = [&](const variable_event& e) {
-    return m_stack->state(e.variable).last_modification - decision;
-  };
-  const double sa = m_stack->domain(a.variable).size();
-  const double sb = m_stack->domain(b.variable).size();
-  const double lost_a = double(a.previous_size) - sa;
-  const double lost_b = double(b.previous_size) - sb;
-  return sa * lost_b * double(distance(a)) > sb * lost_a * double(distance(b));
+  const unsigned int decision = m_stack->deepest_decision_modification();
+  const assignment_stack::variable_state& va = m_stack->state(a.variable);
+  const assignment_stack::variable_state& vb = m_stack->state(b.variable);
+  // Exact in 64 bits (sizes up to 32, distances below 2^32), as the doubles were.
+  const std::int64_t sa = va.domain.size();
+  const std::int64_t sb = vb.domain.size();
+  const std::int64_t lost_a = std::int64_t(a.previous_size) - sa;
+  const std::int64_t lost_b = std::int64_t(b.previous_size) - sb;
+  return sa * lost_b * std::int64_t(va.last_modification - decision) >
+         sb * lost_a * std::int64_t(vb.last_modification - decision);
 }
 
 void solver::clear_event_heap() {
@@ -690,6 +695,17 @@ bool solver::propagate_one_constraint(unsigned int c, bool report) {
   return r != propagation_types::UNSAT;
 }
 
+// What propagate_one_constraint records for an activation that answers "valid"
+// and changes nothing, without calling the propagator.
+void solver::note_valid_activation(unsigned int c) {
+  constraint_connectivity_info& info = m_connectivity[c];
+  info.clear_modified();
+  if (c < m_constraint_queue.max_elements()) m_constraint_queue.mark(c);
+  info.finalize_prev_activation(m_time);
+  m_last_constraint = c;
+  tick();
+}
+
 // Activates the watchers of the keys whose bit is set in `keys`, keys from the
 // last to the first, each list from the back. An activation may release the
 // present watcher or add watchers: the next position is taken before it, and the
@@ -706,7 +722,19 @@ bool solver::activate_watchers(Watchers& watchers, std::uint32_t keys) {
     for (;;) {
       const bool first = current == watchers.key_at(k).watchers.begin();
       const auto next = first ? current : std::prev(current);
-      if (!propagate_one_constraint(current->constraint, false)) return false;
+      const var_watchers_base::watcher_info_type& w = *current;
+      if (!first) {
+        // The next watcher's objects are scattered on the heap: ask for them while
+        // this one runs.
+        const unsigned int nc = next->constraint;
+        __builtin_prefetch(m_propagators[nc].get());
+        __builtin_prefetch(&m_connectivity[nc]);
+      }
+      if (w.filter_var != var_watchers_base::NO_FILTER && report_level == 0 &&
+          (m_stack.domain(w.filter_var).bits() & ~w.filter_bits) == 0)
+        note_valid_activation(w.constraint);
+      else if (!propagate_one_constraint(w.constraint, false))
+        return false;
       if (first) break;
       current = next;
     }
@@ -986,7 +1014,9 @@ unsigned int solver::insert_constraint(const learned_type& learned) {
   constraint_connectivity_info& info = add_constraint(std::move(propagator));
   info.params().reserve(learned.nodes().size());
   for (const assignment_stack::implication_node& node : learned.nodes()) info << node.variable;
-  info.set_labels(LEARNED_LABEL);
+  if (m_learned_labelled.size() <= index) m_learned_labelled.resize(index + 1, false);
+  m_learned_labelled[index] = true;
+  if (index < m_constraint_labels.size()) m_constraint_labels[index] = 0;
   if (m_searching && report_level > 0) {
     std::cout << "Inserting ";
     print_constraint(std::cout, index);
@@ -1047,6 +1077,8 @@ void solver::forget_conflict_constraint(unsigned int constraint) {
 void solver::forget_learned_constraints() {
   if (m_first_learned == 0) return;
   m_connectivity.resize(m_first_learned);
+  if (m_constraint_labels.size() > m_first_learned) m_constraint_labels.resize(m_first_learned);
+  if (m_learned_labelled.size() > m_first_learned) m_learned_labelled.resize(m_first_learned);
   while (m_propagators.size() > m_first_learned) m_propagators.pop_back();
 }
 
@@ -1118,7 +1150,7 @@ solver::explanation_views solver::get_constraint_explanation(unsigned int constr
   static std::vector<small_model::iset> explanation;
   explanation_views views;
   const constraint_propagator& propagator = *m_propagators[constraint];
-  if (const clause_propagator* clause = dynamic_cast<const clause_propagator*>(&propagator)) {
+  if (const clause_propagator* clause = propagator.as_clause()) {
     views.explanation = &clause->literals();
     return views;
   }

@@ -277,6 +277,7 @@ class solver : private solver_types, private no_copy, private watch_types {
   bool propagate_constraints_touching_var(unsigned int var, unsigned int modification);
   template <class Watchers>
   bool activate_watchers(Watchers& watchers, std::uint32_t keys);
+  void note_valid_activation(unsigned int c);
   bool propagate_one_constraint(unsigned int constraint, bool report);
   bool propagate_dirty_learned_constraint(constraint_run_level& entry);
   void report_last_propagation(propagation_types::result_type result, bool forced) const;
@@ -324,6 +325,10 @@ class solver : private solver_types, private no_copy, private watch_types {
   std::vector<unsigned int> m_level_backtracks;
   std::unique_ptr<proof_collector_interface> m_proof_collector;
   std::vector<constraint_connectivity_info> m_connectivity;
+  // Labels by constraint, missing entries 0; a learned constraint's LEARNED_LABEL is
+  // one bit (every learned constraint has it, and they are most constraints).
+  std::vector<label_type> m_constraint_labels;
+  std::vector<bool> m_learned_labelled;
   unsigned int m_first_learned = 0;
   std::vector<std::unique_ptr<constraint_propagator>> m_propagators;
   unique_queue<void> m_constraint_queue;

@@ -26,9 +26,17 @@ class var_watchers_base {
  public:
   [[noreturn]] static void throw_nonexistent_watch();
 
+  static constexpr unsigned int NO_FILTER = 0xFFFFFFFFu;
+  // filter_var and filter_bits, set by the watcher: while the domain of filter_var
+  // lies within filter_bits, the constraint would answer "valid" and change nothing,
+  // so the walk need not call it (a clause's other watched literal holding).
   struct watcher_info_type {
     unsigned int constraint;
+    unsigned int filter_var = NO_FILTER;
+    std::uint32_t filter_bits = 0;
   };
+  // A watch record stays packed: the walks read it for every watcher.
+  static_assert(sizeof(watcher_info_type) == 12);
   typedef std::list<watcher_info_type, pool_alloc<watcher_info_type>> list_type;
 
   // One watched key and its watchers. Moving keeps the nodes (and thus the handles).

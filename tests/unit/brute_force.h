@@ -222,14 +222,14 @@ class recording_info : public constraint_explicit_info {
     domains() = d;
   }
   queue_type originating_queue() const override { return m_queue; }
-  bool querying_domain() const override { return m_querying; }
+  bool is_querying() const override { return m_querying; }
   void put_in_queue(queue_type queue) override { queued.push_back(queue); }
-  const small_model::iset& domain(unsigned int param) const override {
+  const small_model::iset& read_domain(unsigned int param) const override {
     ++reads[param];
-    return constraint_explicit_info::domain(param);
+    return constraint_explicit_info::read_domain(param);
   }
   void set_domain(unsigned int param, small_model::iset set) override {
-    EXPECT_TRUE(set.subset_of(constraint_explicit_info::domain(param))) << "a write must narrow";
+    EXPECT_TRUE(set.subset_of(constraint_explicit_info::read_domain(param))) << "a write must narrow";
     EXPECT_FALSE(set.empty()) << "a propagator returns UNSAT instead of emptying a domain";
     ++writes;
     constraint_explicit_info::set_domain(param, set);
